@@ -1,0 +1,37 @@
+# Every dependency is a system package found here; nothing is vendored.
+find_package(Threads REQUIRED)
+
+find_package(RapidJSON CONFIG QUIET)
+find_path(ORN_RAPIDJSON_INCLUDE_DIR rapidjson/document.h HINTS ${RAPIDJSON_INCLUDE_DIRS})
+if(NOT ORN_RAPIDJSON_INCLUDE_DIR)
+  message(FATAL_ERROR "RapidJSON not found: install rapidjson-dev (scripts/bootstrap does)")
+endif()
+add_library(orn_rapidjson INTERFACE)
+target_include_directories(orn_rapidjson SYSTEM INTERFACE ${ORN_RAPIDJSON_INCLUDE_DIR})
+add_library(RapidJSON::RapidJSON ALIAS orn_rapidjson)
+
+# The Android log API: the NDK's liblog on Android, android-liblog-dev on Linux hosts.
+if(ANDROID)
+  find_library(ORN_LIBLOG log REQUIRED)
+  set(ORN_LIBLOG_INCLUDE "")
+else()
+  find_library(ORN_LIBLOG NAMES log PATH_SUFFIXES android
+               PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
+  find_path(ORN_LIBLOG_INCLUDE android/log.h PATH_SUFFIXES android)
+  if(NOT ORN_LIBLOG OR NOT ORN_LIBLOG_INCLUDE)
+    message(FATAL_ERROR "Android log library not found: install android-liblog-dev (scripts/bootstrap does)")
+  endif()
+endif()
+add_library(orn_liblog INTERFACE)
+target_link_libraries(orn_liblog INTERFACE ${ORN_LIBLOG})
+if(ORN_LIBLOG_INCLUDE)
+  target_include_directories(orn_liblog SYSTEM INTERFACE ${ORN_LIBLOG_INCLUDE})
+endif()
+add_library(Android::log ALIAS orn_liblog)
+
+if(ORN_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+endif()
+if(ORN_BUILD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

@@ -1,0 +1,16 @@
+# Warnings and tooling for our own targets only; third-party headers stay untouched.
+function(orn_target target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor)
+  if(ORN_CLANG_TIDY)
+    set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "clang-tidy")
+  endif()
+endfunction()
+
+# orn_test(<name> SOURCES ... LIBS ...): one GoogleTest binary per folder, each TEST a ctest entry.
+function(orn_test name)
+  cmake_parse_arguments(T "" "" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  orn_target(${name})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 PROPERTIES LABELS "${T_LABELS}")
+endfunction()

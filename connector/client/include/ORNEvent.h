@@ -1,0 +1,26 @@
+// ORNEvent: something the service reports without being asked.
+#pragma once
+
+#include <string>
+
+namespace ornwick {
+namespace ornConnector {
+namespace api {
+
+// Event types of the service; the numbers are fixed by the QIPC protocol (docs/qipc-protocol.md).
+enum ORNEventType : int {
+  kServerConnectionStatus = 20,
+  kStateChange = 21,
+  kServerDisconnected = 22,
+  kClientRegistered = 23,
+};
+
+struct ORNEvent {
+  int eventType = 0;
+  // JSON text, possibly empty.
+  std::string payload;
+};
+
+}  // namespace api
+}  // namespace ornConnector
+}  // namespace ornwick

@@ -1,0 +1,43 @@
+// JsonDocBuilder: owns a JSON document whose root object is filled member by member.
+#pragma once
+
+#include <string>
+
+#include "JsonTypes.h"
+#include "JsonValueBuilder.h"
+
+namespace zedLocalUtil {
+namespace jsonUtil {
+
+class JsonDocBuilder {
+ public:
+  JsonDocBuilder();
+
+  JsonDocBuilder(const JsonDocBuilder&) = delete;
+  JsonDocBuilder& operator=(const JsonDocBuilder&) = delete;
+
+  JsonDocBuilder& set(const char* key, const std::string& value);
+  // Moves the child's value in; the child holds null afterwards.
+  JsonDocBuilder& set(const char* key, JsonValueBuilder& child);
+
+  // Lends the root to a temporary builder, applies f to it and takes the root back.
+  template <typename F>
+  JsonDocBuilder& withHelper(F&& f) {
+    JsonValueBuilder helper(allocator());
+    helper.value().Swap(doc_);
+    f(helper);
+    helper.value().Swap(doc_);
+    return *this;
+  }
+
+  JsonAllocator& allocator() { return doc_.GetAllocator(); }
+  // The root value, for serialize.
+  const JsonValue& root() const { return doc_; }
+  JsonDocument& document() { return doc_; }
+
+ private:
+  JsonDocument doc_;
+};
+
+}  // namespace jsonUtil
+}  // namespace zedLocalUtil
