@@ -1,1 +1,294 @@
-// placeholder
+// End-to-end test support: child processes with captured output and bounded lifetimes.
+#include "OrnTestSupport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include <rapidjson/document.h>
+
+extern char** environ;
+
+namespace orntest {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int pidfdOpen(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
+
+int msLeft(Clock::time_point deadline) {
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+  return left.count() < 0 ? 0 : static_cast<int>(left.count());
+}
+
+// Waits for the child to end until the deadline; kills it after that. Returns the status
+// as waitpid gives it, and whether it had to be killed.
+int reap(pid_t pid, Clock::time_point deadline, bool* killed) {
+  *killed = false;
+  int pidfd = pidfdOpen(pid);
+  if (pidfd >= 0) {
+    pollfd p{pidfd, POLLIN, 0};
+    int n;
+    do {
+      n = poll(&p, 1, msLeft(deadline));
+    } while (n < 0 && errno == EINTR);
+    close(pidfd);
+    if (n == 0) {
+      kill(pid, SIGKILL);
+      *killed = true;
+    }
+  }
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status;
+}
+
+int exitCodeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+
+struct Child {
+  pid_t pid = -1;
+  int in = -1;   // parent's end of the child's stdin, or -1
+  int out = -1;  // parent's end of the child's stdout
+  int err = -1;  // parent's end of the child's stderr, or -1
+};
+
+// Forks and execs exe. The child's stderr goes to errFile when given, else to a pipe.
+// The child dies with the test process (PDEATHSIG), so a crashed test leaves nothing.
+Child spawn(const std::string& exe, const std::vector<std::string>& args,
+            const std::map<std::string, std::string>& env, const std::string& errFile) {
+  int inPipe[2], outPipe[2], errPipe[2] = {-1, -1};
+  if (pipe2(inPipe, O_CLOEXEC) != 0 || pipe2(outPipe, O_CLOEXEC) != 0)
+    return {};
+  if (errFile.empty() && pipe2(errPipe, O_CLOEXEC) != 0)
+    return {};
+
+  std::vector<std::string> envStrings;
+  for (char** e = environ; *e; ++e) {
+    std::string entry(*e);
+    std::string key = entry.substr(0, entry.find('='));
+    if (!env.count(key))
+      envStrings.push_back(entry);
+  }
+  for (const auto& [key, value] : env)
+    envStrings.push_back(key + "=" + value);
+  std::vector<char*> argv{const_cast<char*>(exe.c_str())};
+  for (const auto& a : args)
+    argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  std::vector<char*> envp;
+  for (auto& s : envStrings)
+    envp.push_back(s.data());
+  envp.push_back(nullptr);
+
+  pid_t parent = getpid();
+  pid_t pid = fork();
+  if (pid == 0) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+      _exit(127);
+    signal(SIGPIPE, SIG_DFL);
+    dup2(inPipe[0], 0);
+    dup2(outPipe[1], 1);
+    if (errFile.empty()) {
+      dup2(errPipe[1], 2);
+    } else {
+      int fd = open(errFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+      if (fd >= 0)
+        dup2(fd, 2);
+    }
+    execve(exe.c_str(), argv.data(), envp.data());
+    _exit(127);
+  }
+  close(inPipe[0]);
+  close(outPipe[1]);
+  if (errPipe[1] >= 0)
+    close(errPipe[1]);
+  if (pid < 0) {
+    close(inPipe[1]);
+    close(outPipe[0]);
+    if (errPipe[0] >= 0)
+      close(errPipe[0]);
+    return {};
+  }
+  return {pid, inPipe[1], outPipe[0], errPipe[0]};
+}
+
+std::vector<std::string> readLines(const std::string& path) {
+  std::vector<std::string> lines;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "orntest-XXXXXX").string();
+  if (mkdtemp(pattern.data()))
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  if (!path_.empty())
+    std::filesystem::remove_all(path_, ec);
+}
+
+Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
+    : socket_(dir_.file("qipc.sock")), record_(dir_.file("record.jsonl")) {
+  std::vector<std::string> args{"--socket", socket_, "--record", record_};
+  args.insert(args.end(), extraArgs.begin(), extraArgs.end());
+  Child child = spawn(ornsimPath(), args, {}, dir_.file("ornsim.stderr"));
+  if (child.pid <= 0) {
+    error_ = std::string("cannot start ornsim: ") + std::strerror(errno);
+    return;
+  }
+  close(child.in);
+  pid_ = child.pid;
+
+  // Wait for "ready <path>" on its stdout.
+  auto deadline = Clock::now() + std::chrono::seconds(10);
+  std::string out;
+  while (out.find('\n') == std::string::npos) {
+    pollfd p{child.out, POLLIN, 0};
+    int n = poll(&p, 1, msLeft(deadline));
+    if (n < 0 && errno == EINTR)
+      continue;
+    char buf[512];
+    ssize_t got = n > 0 ? read(child.out, buf, sizeof buf) : 0;
+    if (got <= 0)
+      break;
+    out.append(buf, static_cast<size_t>(got));
+  }
+  close(child.out);
+  if (out.rfind("ready " + socket_ + "\n", 0) != 0) {
+    std::ifstream errLog(dir_.file("ornsim.stderr"));
+    std::string errText((std::istreambuf_iterator<char>(errLog)), {});
+    error_ = "ornsim did not get ready; stdout: '" + out + "' stderr: '" + errText + "'";
+    stop();
+  }
+}
+
+Ornsim::~Ornsim() { stop(); }
+
+int Ornsim::stop() {
+  if (pid_ <= 0)
+    return -1;
+  kill(pid_, SIGTERM);
+  bool killed = false;
+  int status = reap(pid_, Clock::now() + std::chrono::seconds(5), &killed);
+  pid_ = -1;
+  return killed ? -1 : exitCodeOf(status);
+}
+
+std::vector<std::string> Ornsim::recordLines() const { return readLines(record_); }
+
+std::vector<std::string> Ornsim::recordedRequests() const {
+  std::vector<std::string> requests;
+  for (const auto& line : recordLines())
+    if (line.find("\"requestType\"") != std::string::npos)
+      requests.push_back(line);
+  return requests;
+}
+
+RunResult runProcess(const std::string& exe, const std::vector<std::string>& args,
+                     const RunOptions& options) {
+  RunResult result;
+  Child child = spawn(exe, args, options.env, "");
+  if (child.pid <= 0) {
+    result.err = std::string("cannot start ") + exe + ": " + std::strerror(errno);
+    return result;
+  }
+  auto deadline = Clock::now() + options.timeout;
+  fcntl(child.in, F_SETFL, O_NONBLOCK);
+  size_t written = 0;
+  if (options.stdinText.empty() && options.closeStdin) {
+    close(child.in);
+    child.in = -1;
+  }
+
+  bool timedOut = false;
+  while (child.out >= 0 || child.err >= 0) {
+    pollfd fds[3];
+    int n = 0;
+    fds[n++] = {child.out, POLLIN, 0};
+    fds[n++] = {child.err, POLLIN, 0};
+    bool writing = child.in >= 0 && written < options.stdinText.size();
+    fds[n++] = {writing ? child.in : -1, POLLOUT, 0};
+    int ready = poll(fds, 3, msLeft(deadline));
+    if (ready < 0 && errno == EINTR)
+      continue;
+    if (ready == 0) {
+      timedOut = true;
+      break;
+    }
+    for (int i = 0; i < 2; ++i) {
+      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
+        continue;
+      char buf[4096];
+      ssize_t got = read(fds[i].fd, buf, sizeof buf);
+      if (got > 0) {
+        (i == 0 ? result.out : result.err).append(buf, static_cast<size_t>(got));
+      } else if (got == 0 || errno != EINTR) {
+        close(fds[i].fd);
+        (i == 0 ? child.out : child.err) = -1;
+      }
+    }
+    if (writing && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
+      ssize_t put = write(child.in, options.stdinText.data() + written,
+                          options.stdinText.size() - written);
+      if (put > 0)
+        written += static_cast<size_t>(put);
+      if (put < 0 && errno != EAGAIN && errno != EINTR)
+        written = options.stdinText.size();
+      if (written == options.stdinText.size() && options.closeStdin) {
+        close(child.in);
+        child.in = -1;
+      }
+    }
+  }
+  bool killed = false;
+  if (timedOut)
+    kill(child.pid, SIGKILL);
+  int status = reap(child.pid, timedOut ? Clock::now() : deadline, &killed);
+  for (int fd : {child.in, child.out, child.err})
+    if (fd >= 0)
+      close(fd);
+  result.timedOut = timedOut || killed;
+  result.exitCode = result.timedOut ? -1 : exitCodeOf(status);
+  return result;
+}
+
+RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args,
+                    RunOptions options) {
+  options.env["ORN_QIPC_SOCKET"] = socketPath;
+  return runProcess(orncliPath(), args, options);
+}
+
+std::string ornsimPath() { return ORN_ORNSIM_PATH; }
+std::string orncliPath() { return ORN_ORNCLI_PATH; }
+
+std::string jsonStringMember(const std::string& jsonLine, const std::string& key) {
+  rapidjson::Document doc;
+  doc.Parse(jsonLine.c_str());
+  if (doc.HasParseError() || !doc.IsObject())
+    return "";
+  auto it = doc.FindMember(key.c_str());
+  if (it == doc.MemberEnd() || !it->value.IsString())
+    return "";
+  return it->value.GetString();
+}
+
+}  // namespace orntest
