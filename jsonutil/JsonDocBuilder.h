@@ -1,7 +1,9 @@
-// JsonDocBuilder: owns a JSON document whose root object is filled member by member.
+// JsonDocBuilder: owns a JSON document whose root object is filled member by
+// member.
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "JsonTypes.h"
 #include "JsonValueBuilder.h"
@@ -11,6 +13,7 @@ namespace jsonUtil {
 
 class JsonDocBuilder {
  public:
+  // The root starts as an empty object.
   JsonDocBuilder();
 
   JsonDocBuilder(const JsonDocBuilder&) = delete;
@@ -20,16 +23,20 @@ class JsonDocBuilder {
   // Moves the child's value in; the child holds null afterwards.
   JsonDocBuilder& set(const char* key, JsonValueBuilder& child);
 
-  // Lends the root to a temporary builder, applies f to it and takes the root back.
+  // Lends the root to a temporary builder, applies f to it and takes the root
+  // back. Should f leave by an exception, the root is lost and the document
+  // holds {}.
   template <typename F>
   JsonDocBuilder& withHelper(F&& f) {
     JsonValueBuilder helper(allocator());
     helper.value().Swap(doc_);
-    f(helper);
+    std::forward<F>(f)(helper);
     helper.value().Swap(doc_);
     return *this;
   }
 
+  // Every JsonValueBuilder destined for this document must be made on this
+  // allocator.
   JsonAllocator& allocator() { return doc_.GetAllocator(); }
   // The root value, for serialize.
   const JsonValue& root() const { return doc_; }

@@ -8,8 +8,9 @@
 namespace zedLocalUtil {
 namespace jsonUtil {
 
-// Members in insertion order, no blanks; doubles always carry a fraction or an exponent
-// (120.0, 0.5). Returns "" when the writer refuses the value (NaN or infinity).
+// Members in insertion order, no blanks; doubles always carry a fraction or an
+// exponent (120.0, 0.5). Returns "" when the writer refuses the value (NaN or
+// infinity).
 std::string serialize(const JsonValue& value);
 
 }  // namespace jsonUtil

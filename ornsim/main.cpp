@@ -1,1 +1,52 @@
-int main() { return 0; }
+// ornsim: a stand-in for the device-control service, for trying orncli without hardware.
+#include <signal.h>
+
+#include <asio.hpp>
+#include <cstdio>
+
+#include "Home.h"
+#include "Options.h"
+#include "Server.h"
+#include "Socket.h"
+
+int main(int argc, char** argv) {
+  ornsim::Options options;
+  std::string err;
+  if (!ornsim::parseOptions(argc, argv, &options, &err)) {
+    fprintf(stderr, "ornsim: %s (try --help)\n", err.c_str());
+    return 2;
+  }
+  if (options.help) {
+    fputs(ornsim::usageText(), stdout);
+    return 0;
+  }
+  ornsim::Home home = ornsim::builtinHome();
+  if (!options.homeFile.empty()) {
+    std::vector<std::string> problems;
+    if (!ornsim::loadHome(options.homeFile, &home, &problems)) {
+      for (const auto& p : problems)
+        fprintf(stderr, "ornsim: %s: %s\n", options.homeFile.c_str(), p.c_str());
+      return 2;
+    }
+  }
+  // A client that vanishes mid-write, or a closed stdout, must not end the service.
+  signal(SIGPIPE, SIG_IGN);
+
+  asio::io_context io;
+  ornsim::Server server(io, options, std::move(home));
+  const std::string path =
+      options.socketPath.empty() ? ornwick::qipc::socketPath() : options.socketPath;
+  if (!server.start(path, &err)) {
+    fprintf(stderr, "ornsim: %s\n", err.c_str());
+    return 2;
+  }
+  asio::signal_set signals(io, SIGINT, SIGTERM);
+  signals.async_wait([&](const asio::error_code&, int) {
+    server.shutdown();
+    io.stop();
+  });
+  printf("ready %s\n", path.c_str());
+  fflush(stdout);
+  io.run();
+  return 0;
+}

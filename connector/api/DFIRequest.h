@@ -1,4 +1,5 @@
-// DFIRequest: one directive for one endpoint, and the builder that adds it to a request.
+// DFIRequest: one directive for one endpoint, and the builder that adds it to a
+// request.
 #pragma once
 
 #include <memory>

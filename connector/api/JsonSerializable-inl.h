@@ -9,7 +9,8 @@ namespace api {
 
 template <typename T>
 std::string JsonSerializable<T>::toJsonString() const {
-  zedLocalUtil::jsonUtil::JsonDocument doc(nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
+  zedLocalUtil::jsonUtil::JsonDocument doc(
+      nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
   zedLocalUtil::jsonUtil::JsonValue value = toJsonValue(doc.GetAllocator());
   return zedLocalUtil::jsonUtil::serialize(value);
 }

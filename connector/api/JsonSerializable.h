@@ -1,4 +1,5 @@
-// JsonSerializable<T>: records that write themselves as a JSON value, and so as text.
+// JsonSerializable<T>: records that write themselves as a JSON value, and so as
+// text.
 #pragma once
 
 #include <string>

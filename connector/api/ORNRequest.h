@@ -1,4 +1,5 @@
-// ORNRequest: the envelope every request travels in to the device-control service.
+// ORNRequest: the envelope every request travels in to the device-control
+// service.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +11,8 @@ namespace api {
 
 struct ORNRequest {
   std::string requestId;
-  // 1: payload is a RequestPayload text; 2: raw text (subscriptions); 3: state requests.
+  // 1: payload is a RequestPayload text; 2: raw text (subscriptions); 3: state
+  // requests.
   int32_t requestType = 0;
   std::string payload;
   int32_t requestOption = 0;

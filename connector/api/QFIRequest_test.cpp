@@ -1,1 +1,60 @@
+#include "QFIRequest.h"
+
 #include <gtest/gtest.h>
+
+namespace ornwick {
+namespace ornConnector {
+namespace api {
+namespace {
+
+TEST(QFIRequest, JsonText) {
+  static const struct {
+    const char* path;
+    int method;
+    const char* body;
+    const char* want;
+  } kCases[] = {
+      {"/v2/endpoints/id1/features/power/", 1, "",
+       R"({"path":"/v2/endpoints/id1/features/power/","method":"GET"})"},
+      {"/v2/endpoints/batch/interfaces/power/turnOn/", 2,
+       R"({"batch":[{"endpointId":"e1"}],"directivePayload":{}})",
+       R"({"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{}}})"},
+      {"/p", 0, "", R"({"path":"/p","method":"UNKNOWN"})"},
+      {"/p", 3, "", R"({"path":"/p","method":"UNKNOWN"})"},
+      {"/p", 1, " [ 1 , 2.0 ] ",
+       R"({"path":"/p","method":"GET","requestBody":[1,2.0]})"},
+      {"/p", 1, R"("text")",
+       R"({"path":"/p","method":"GET","requestBody":"text"})"},
+      {"/p", 1, R"({"latencyTolerance":"HIGH"})",
+       R"({"path":"/p","method":"GET","requestBody":{"latencyTolerance":"HIGH"}})"},
+      {"/p", 2, "{bad", ""},
+      {"/p", 2, "{} {}", ""},
+      {"/p", 2, " ", ""},
+      {"/q\"", 1, "", R"({"path":"/q\"","method":"GET"})"},
+  };
+  for (const auto& c : kCases) {
+    QFIRequest r;
+    r.path = c.path;
+    r.method = static_cast<QFIRequest::Method>(c.method);
+    r.requestBody = c.body;
+    EXPECT_EQ(c.want, r.toJsonString())
+        << c.path << " " << c.method << " " << c.body;
+  }
+}
+
+TEST(QFIRequest, FromPathCopiesThePath) {
+  QfiPath path = QfiPath::batchDirective("brightness", "setBrightness");
+  auto r = QFIRequest::fromPath(path, QFIRequest::POST, "{}");
+  EXPECT_EQ("/v2/endpoints/batch/interfaces/brightness/setBrightness/",
+            r->path);
+  EXPECT_EQ(QFIRequest::POST, r->method);
+  EXPECT_EQ("{}", r->requestBody);
+  EXPECT_EQ("setBrightness", r->qfiPath.directiveName);
+  EXPECT_TRUE(r->madeFromPath);
+  EXPECT_FALSE(QFIRequest().madeFromPath);
+}
+
+}  // namespace
+}  // namespace api
+}  // namespace ornConnector
+}  // namespace ornwick

@@ -1,1 +1,61 @@
+#include "QfiPath.h"
+
 #include <gtest/gtest.h>
+
+namespace ornwick {
+namespace ornConnector {
+namespace api {
+namespace {
+
+QfiPath storedPath(const char* text, int32_t kind = QfiPath::kWhole) {
+  QfiPath p = QfiPath::endpointFeature("id1", "power");
+  p.kind = kind;
+  p.path = text;
+  return p;
+}
+
+TEST(QfiPath, RendersEachKind) {
+  static const struct {
+    QfiPath path;
+    const char* want;
+  } kCases[] = {
+      {QfiPath::batchDirective("power", "turnOn"),
+       "/v2/endpoints/batch/interfaces/power/turnOn/"},
+      {QfiPath::batchDirective("power", ""),
+       "/v2/endpoints/batch/interfaces/power/"},
+      {QfiPath::batchDirective("colorTemperature", "setColorTemperature"),
+       "/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/"},
+      {QfiPath::endpointFeature("id1", "power"),
+       "/v2/endpoints/id1/features/power/"},
+      {QfiPath::endpointFeature("a b/c", ""), "/v2/endpoints/a b/c/features//"},
+      {QfiPath::endpointQuery({}), "/v2/endpoints"},
+      {QfiPath::endpointQuery({{"filterExpression",
+                                "features[name:connectivity].properties[name:"
+                                "reachability].value.value=OK"}}),
+       "/v2/"
+       "endpoints?filterExpression=features[name:connectivity].properties[name:"
+       "reachability]"
+       ".value.value=OK"},
+      {storedPath("v2/no/leading/slash"), "v2/no/leading/slash"},
+      {storedPath("/custom", 7), "/custom"},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(c.want, c.path.toString()) << c.want;
+    if (c.path.kind >= QfiPath::kBatchDirective &&
+        c.path.kind <= QfiPath::kEndpointQuery) {
+      EXPECT_EQ(c.want, c.path.path)
+          << "factory stores the rendered path: " << c.want;
+    }
+  }
+}
+
+TEST(QfiPath, SeveralQueryParamsJoinedByAmpersand) {
+  std::string got = QfiPath::endpointQuery({{"a", "1"}, {"b", "2"}}).toString();
+  EXPECT_TRUE(got == "/v2/endpoints?a=1&b=2" || got == "/v2/endpoints?b=2&a=1")
+      << got;
+}
+
+}  // namespace
+}  // namespace api
+}  // namespace ornConnector
+}  // namespace ornwick

@@ -16,8 +16,8 @@ struct RequestPayload {
   std::shared_ptr<QFIRequest> qfi;
   std::vector<std::shared_ptr<DFIRequest>> dfis;
 
-  // {"qfi":...,"dfi":[...]}: "qfi" only with a QFI request, "dfi" always; a sub-request
-  // that does not parse is null. "" when there is neither.
+  // {"qfi":...,"dfi":[...]}: "qfi" only with a QFI request, "dfi" always; a
+  // sub-request that does not parse is null. "" when there is neither.
   std::string toJsonString() const;
 };
 

@@ -1,1 +1,127 @@
+#include "RequestPayload.h"
+
 #include <gtest/gtest.h>
+
+#include "ORNRequestBuilder.h"
+
+namespace ornwick {
+namespace ornConnector {
+namespace api {
+namespace {
+
+std::shared_ptr<QFIRequest> qfi(const char* path, const char* body = "") {
+  auto r = std::make_shared<QFIRequest>();
+  r->path = path;
+  r->method = QFIRequest::GET;
+  r->requestBody = body;
+  return r;
+}
+
+std::shared_ptr<DFIRequest> dfi(const char* name, const char* payload = "") {
+  auto r = std::make_shared<DFIRequest>();
+  r->name = name;
+  r->payload = payload;
+  return r;
+}
+
+constexpr char kDfiA[] =
+    R"({"header":{"namespace":"","name":"A","payloadVersion":""},)"
+    R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""}})";
+constexpr char kDfiB[] =
+    R"({"header":{"namespace":"","name":"B","payloadVersion":""},)"
+    R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""},"payload":[]})";
+
+TEST(RequestPayload, JsonText) {
+  static const struct {
+    const char* name;
+    std::shared_ptr<QFIRequest> qfi;
+    std::vector<std::shared_ptr<DFIRequest>> dfis;
+    std::string want;
+  } kCases[] = {
+      {"nothing", nullptr, {}, ""},
+      {"qfi only keeps an empty dfi",
+       qfi("/v2/endpoints/id1/features/power/"),
+       {},
+       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
+      {"dfi only has no qfi",
+       nullptr,
+       {dfi("A")},
+       std::string(R"({"dfi":[)") + kDfiA + "]}"},
+      {"qfi first, dfis in order",
+       qfi("/p"),
+       {dfi("B", "[]"), dfi("A")},
+       std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB +
+           "," + kDfiA + "]}"},
+      {"unparseable dfi is null",
+       nullptr,
+       {dfi("A"), dfi("X", "{bad"), nullptr},
+       std::string(R"({"dfi":[)") + kDfiA + ",null,null]}"},
+      {"unparseable qfi is null",
+       qfi("/p", "nope"),
+       {},
+       R"({"qfi":null,"dfi":[]})"},
+  };
+  for (const auto& c : kCases) {
+    RequestPayload p;
+    p.qfi = c.qfi;
+    p.dfis = c.dfis;
+    EXPECT_EQ(c.want, p.toJsonString()) << c.name;
+  }
+}
+
+TEST(ORNRequestBuilder, Build) {
+  static const struct {
+    const char* name;
+    int32_t type;
+    bool withQfi;
+    const char* raw;
+    const char* want;
+  } kCases[] = {
+      {"type 1 with nothing", 1, false, "ignored", ""},
+      {"type 0 still uses the payload", 0, true, "ignored",
+       R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
+      {"type 3 uses the payload", 3, true, "",
+       R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
+      {"type 2 is raw verbatim", 2, true, " {not json ", " {not json "},
+      {"type 2 with empty raw", 2, true, "", ""},
+  };
+  for (const auto& c : kCases) {
+    ORNRequestBuilder b;
+    b.requestId = "rid";
+    b.requestType = c.type;
+    b.requestOption = 4;
+    b.rawPayload = c.raw;
+    if (c.withQfi) {
+      // Only the last addQfi counts.
+      b.addQfi("/a", QFIRequest::GET, "")
+          .addQfi("/b", QFIRequest::POST, R"({"x":1})");
+    }
+    auto r = b.build();
+    EXPECT_EQ("rid", r->requestId) << c.name;
+    EXPECT_EQ(c.type, r->requestType) << c.name;
+    EXPECT_EQ(4, r->requestOption) << c.name;
+    EXPECT_EQ("", r->requestContext) << c.name;
+    EXPECT_EQ(c.want, r->payload) << c.name;
+  }
+}
+
+TEST(ORNRequestBuilder, DeviceListPayload) {
+  ORNRequestBuilder b;
+  EXPECT_EQ(0, b.requestType);
+  b.requestType = 1;
+  b.addQfi(QfiPath::endpointQuery(
+               {{"filterExpression",
+                 "features[name:connectivity].properties[name:reachability]"
+                 ".value.value=OK"}})
+               .toString(),
+           QFIRequest::GET, "");
+  EXPECT_EQ(
+      R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity])"
+      R"(.properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})",
+      b.build()->payload);
+}
+
+}  // namespace
+}  // namespace api
+}  // namespace ornConnector
+}  // namespace ornwick

@@ -44,7 +44,11 @@ struct Subscription : JsonSerializable<Subscription> {
   JsonValue toJsonValue(JsonAllocator& allocator) const override;
 };
 
+// Each record writes an object with its members in declaration order; null
+// children are left out (or written {} for a subscription's entities). Strings
+// are taken up to their first NUL.
 struct SubscriptionRequest : JsonSerializable<SubscriptionRequest> {
+  // Written "create", "delete", "get"; any other value "unknown".
   enum Operation : int32_t { CREATE = 1, DELETE = 2, GET = 3 };
 
   Operation operation = CREATE;
@@ -54,6 +58,7 @@ struct SubscriptionRequest : JsonSerializable<SubscriptionRequest> {
 
 class SubscriptionRequestBuilder {
  public:
+  // Starts a create request with no subscriptions.
   SubscriptionRequestBuilder();
   std::shared_ptr<SubscriptionRequest>& request() { return request_; }
 
@@ -66,10 +71,19 @@ class SubscriptionBuilder {
   // Starts a subscription with empty (non-null) entities.
   explicit SubscriptionBuilder(SubscriptionRequestBuilder* parent);
 
-  SubscriptionBuilder& withEventType(const std::string& ns, const std::string& name);
+  // Appends an event type; the same pair twice gives two entries.
+  SubscriptionBuilder& withEventType(const std::string& ns,
+                                     const std::string& name);
+  // Sets the entities' endpoint (type "Endpoint") or endpoint group to the id.
+  SubscriptionBuilder& withEndpoint(const std::string& id);
+  SubscriptionBuilder& withEndpointGroup(const std::string& id);
   std::shared_ptr<Subscription>& subscription() { return subscription_; }
+  // Appends the subscription to the parent's request.
+  SubscriptionRequestBuilder& append();
 
  private:
+  Entities& entities();
+
   SubscriptionRequestBuilder* parent_;
   std::shared_ptr<Subscription> subscription_;
 };

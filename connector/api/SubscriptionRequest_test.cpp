@@ -1,1 +1,85 @@
+#include "SubscriptionRequest.h"
+
 #include <gtest/gtest.h>
+
+namespace ornwick {
+namespace ornConnector {
+namespace api {
+namespace {
+
+constexpr char kPowerNs[] = "Corva.Endpoint.Feature.Power";
+constexpr char kPowerChange[] = "Property.PowerState.Change";
+
+TEST(SubscriptionRequest, JsonText) {
+  static const struct {
+    const char* name;
+    void (*fill)(SubscriptionRequestBuilder&);
+    const char* want;
+  } kCases[] = {
+      {"create for one endpoint",
+       [](SubscriptionRequestBuilder& r) {
+         SubscriptionBuilder(&r)
+             .withEndpoint("eid1")
+             .withEventType(kPowerNs, kPowerChange)
+             .append();
+       },
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},)"
+       R"("eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
+      {"get with nothing",
+       [](SubscriptionRequestBuilder& r) {
+         r.request()->operation = SubscriptionRequest::GET;
+       },
+       R"({"operation":"get","subscriptions":[]})"},
+      {"delete, empty entities and event types",
+       [](SubscriptionRequestBuilder& r) {
+         r.request()->operation = SubscriptionRequest::DELETE;
+         SubscriptionBuilder(&r).append();
+       },
+       R"({"operation":"delete","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
+      {"unknown operation",
+       [](SubscriptionRequestBuilder& r) {
+         r.request()->operation =
+             static_cast<SubscriptionRequest::Operation>(0);
+       },
+       R"({"operation":"unknown","subscriptions":[]})"},
+      {"same event twice, group after endpoint",
+       [](SubscriptionRequestBuilder& r) {
+         SubscriptionBuilder(&r)
+             .withEndpointGroup("g1")
+             .withEndpoint("e1")
+             .withEventType("n", "x")
+             .withEventType("n", "x")
+             .append();
+       },
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"},)"
+       R"("endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"n","name":"x"},{"namespace":"n","name":"x"}]}]})"},
+      {"null entries skipped, null entities written {}",
+       [](SubscriptionRequestBuilder& r) {
+         SubscriptionBuilder s(&r);
+         s.subscription()->entities = nullptr;
+         s.subscription()->eventTypes.push_back(nullptr);
+         r.request()->subscriptions.push_back(nullptr);
+         s.append();
+       },
+       R"({"operation":"create","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
+      {"strings cut at NUL",
+       [](SubscriptionRequestBuilder& r) {
+         SubscriptionBuilder(&r)
+             .withEndpoint(std::string("e1\0x", 4))
+             .withEventType("a\"b", "")
+             .append();
+       },
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},)"
+       R"("eventTypes":[{"namespace":"a\"b","name":""}]}]})"},
+  };
+  for (const auto& c : kCases) {
+    SubscriptionRequestBuilder r;
+    c.fill(r);
+    EXPECT_EQ(c.want, r.request()->toJsonString()) << c.name;
+  }
+}
+
+}  // namespace
+}  // namespace api
+}  // namespace ornConnector
+}  // namespace ornwick

@@ -1,6 +1,7 @@
 // ORNClient: a client of the device-control service over the local QIPC channel.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -18,6 +19,9 @@ enum class ConnectorType : int {
 
 class ORNClient {
  public:
+  // How long sendSyncRequest waits for its response.
+  static constexpr std::chrono::seconds kSyncRequestTimeout{30};
+
   ORNClient();
   // Stops the client: threads joined, socket closed, no callback afterwards.
   ~ORNClient();

@@ -1,1 +1,409 @@
-// placeholder
+// ORNClient: the QIPC connection, handshake and request dispatch, run by one I/O thread.
+#include "ORNClient.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "Frame.h"
+#include "Message.h"
+#include "Socket.h"
+
+namespace ornwick {
+namespace ornConnector {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using qipc::Message;
+using qipc::MessageKind;
+
+constexpr std::chrono::milliseconds kFirstBackoff{10};
+constexpr std::chrono::milliseconds kMaxBackoff{250};
+// Requests queued but not yet written; beyond this the service is not reading and we refuse.
+constexpr size_t kMaxOutbox = 16u << 20;
+
+struct SyncWait {
+  bool done = false;
+  std::shared_ptr<api::ORNResponse> response;
+};
+
+}  // namespace
+
+class ORNClient::Impl {
+ public:
+  Impl();
+  ~Impl() { stop(); }
+
+  bool start(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
+             const std::string& name);
+  void stop();
+  std::shared_ptr<api::ORNResponse> sendSync(const api::ORNRequest& request);
+  bool sendAsync(const api::ORNRequest& request);
+  std::string nextId();
+
+ private:
+  void run();
+  // Waits up to `timeout` for a wake-up; returns false when stopping.
+  bool pause(std::chrono::milliseconds timeout);
+  void onConnected(int fd);
+  void closeConnection();
+  bool readAvailable();
+  bool writeAvailable();
+  bool dispatch(const std::string& body);
+  // Appends a message to the outbox. REQUIRES: mu_ held.
+  bool enqueueLocked(const Message& m);
+  void wake();
+  void deliverEvent(int type, const std::string& payload);
+
+  std::shared_ptr<IORNEventHandler> handler_;
+  ConnectorType type_ = ConnectorType::kUnknown;
+  std::string name_;
+  std::string path_;
+  int wakeFd_ = -1;
+  std::thread io_;
+  std::thread::id ioId_;
+
+  // Touched by the I/O thread only.
+  int fd_ = -1;
+  qipc::FrameDecoder decoder_;
+  bool registerSent_ = false;
+
+  std::mutex mu_;
+  std::condition_variable syncCv_;
+  bool stopping_ = false;
+  bool connected_ = false;
+  std::string outbox_;
+  std::map<std::string, std::shared_ptr<SyncWait>> pending_;
+
+  std::atomic<uint64_t> counter_{0};
+  uint64_t salt_ = 0;
+};
+
+bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
+                            const std::string& name) {
+  if (!handler || io_.joinable())
+    return false;
+  handler_ = std::move(handler);
+  type_ = type;
+  name_ = name;
+  path_ = qipc::socketPath();
+  wakeFd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (wakeFd_ < 0)
+    return false;
+  try {
+    io_ = std::thread([this] { run(); });
+  } catch (const std::exception&) {
+    close(wakeFd_);
+    wakeFd_ = -1;
+    return false;
+  }
+  ioId_ = io_.get_id();
+  return true;
+}
+
+void ORNClient::Impl::stop() {
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    stopping_ = true;
+  }
+  if (io_.joinable()) {
+    wake();
+    io_.join();
+  }
+  if (wakeFd_ >= 0) {
+    close(wakeFd_);
+    wakeFd_ = -1;
+  }
+}
+
+void ORNClient::Impl::wake() {
+  uint64_t one = 1;
+  // A full counter still wakes the reader, so a failed write needs no handling.
+  ssize_t n = write(wakeFd_, &one, sizeof(one));
+  (void)n;
+}
+
+bool ORNClient::Impl::pause(std::chrono::milliseconds timeout) {
+  pollfd p{wakeFd_, POLLIN, 0};
+  poll(&p, 1, static_cast<int>(timeout.count()));
+  uint64_t drained;
+  ssize_t n = read(wakeFd_, &drained, sizeof(drained));
+  (void)n;
+  std::lock_guard<std::mutex> lock(mu_);
+  return !stopping_;
+}
+
+void ORNClient::Impl::run() {
+  std::chrono::milliseconds backoff = kFirstBackoff;
+  for (;;) {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      if (stopping_)
+        break;
+    }
+    if (fd_ < 0) {
+      std::string err;
+      int fd = qipc::connectUnix(path_, &err);
+      if (fd < 0) {
+        if (!pause(backoff))
+          break;
+        backoff = std::min(backoff * 2, kMaxBackoff);
+        continue;
+      }
+      backoff = kFirstBackoff;
+      onConnected(fd);
+    }
+    bool wantWrite;
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      wantWrite = !outbox_.empty();
+    }
+    pollfd fds[2] = {{wakeFd_, POLLIN, 0},
+                     {fd_, static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0)), 0}};
+    if (poll(fds, 2, -1) < 0) {
+      if (errno == EINTR)
+        continue;
+      break;
+    }
+    if (fds[0].revents & POLLIN) {
+      uint64_t drained;
+      ssize_t n = read(wakeFd_, &drained, sizeof(drained));
+      (void)n;
+    }
+    bool alive = true;
+    if (fds[1].revents & (POLLIN | POLLHUP | POLLERR))
+      alive = readAvailable();
+    if (alive && (fds[1].revents & POLLOUT))
+      alive = writeAvailable();
+    if (!alive) {
+      closeConnection();
+      if (!pause(backoff))
+        break;
+    }
+  }
+  if (fd_ >= 0)
+    closeConnection();
+}
+
+void ORNClient::Impl::onConnected(int fd) {
+  fd_ = fd;
+  decoder_ = qipc::FrameDecoder();
+  registerSent_ = false;
+  std::lock_guard<std::mutex> lock(mu_);
+  connected_ = true;
+  outbox_.clear();
+}
+
+void ORNClient::Impl::closeConnection() {
+  close(fd_);
+  fd_ = -1;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    connected_ = false;
+    outbox_.clear();
+    for (auto& entry : pending_)
+      entry.second->done = true;
+    syncCv_.notify_all();
+  }
+  bool stopping;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    stopping = stopping_;
+  }
+  // Nobody is listening any more once the client is being destroyed.
+  if (!stopping)
+    deliverEvent(api::kServerDisconnected, "{\"status\":\"DISCONNECTED\"}");
+}
+
+bool ORNClient::Impl::readAvailable() {
+  char buf[16384];
+  for (;;) {
+    ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
+    if (n == 0)
+      return false;
+    if (n < 0) {
+      if (errno == EINTR)
+        continue;
+      return errno == EAGAIN || errno == EWOULDBLOCK;
+    }
+    decoder_.feed(buf, static_cast<size_t>(n));
+    std::string body, err;
+    for (;;) {
+      auto status = decoder_.next(&body, &err);
+      if (status == qipc::FrameDecoder::Status::kNeedMore)
+        break;
+      if (status == qipc::FrameDecoder::Status::kError || !dispatch(body))
+        return false;
+    }
+    if (static_cast<size_t>(n) < sizeof(buf))
+      return true;
+  }
+}
+
+bool ORNClient::Impl::writeAvailable() {
+  std::lock_guard<std::mutex> lock(mu_);
+  while (!outbox_.empty()) {
+    ssize_t n = send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n < 0) {
+      if (errno == EINTR)
+        continue;
+      return errno == EAGAIN || errno == EWOULDBLOCK;
+    }
+    outbox_.erase(0, static_cast<size_t>(n));
+  }
+  return true;
+}
+
+bool ORNClient::Impl::dispatch(const std::string& body) {
+  Message m;
+  std::string err;
+  if (!qipc::decodeMessage(body, &m, &err))
+    return false;
+  switch (m.kind) {
+    case MessageKind::kEvent:
+      if (m.type == api::kServerConnectionStatus && !registerSent_) {
+        Message reg;
+        reg.kind = MessageKind::kRegister;
+        reg.type = static_cast<int>(type_);
+        reg.text = name_;
+        std::lock_guard<std::mutex> lock(mu_);
+        registerSent_ = enqueueLocked(reg);
+      }
+      deliverEvent(m.type, m.text);
+      return true;
+    case MessageKind::kResponse: {
+      {
+        std::lock_guard<std::mutex> lock(mu_);
+        auto it = pending_.find(m.id);
+        if (it != pending_.end()) {
+          auto response = std::make_shared<api::ORNResponse>();
+          response->requestId = m.id;
+          response->responseCode = m.code;
+          response->responseData = std::move(m.text);
+          it->second->response = std::move(response);
+          it->second->done = true;
+          syncCv_.notify_all();
+          return true;
+        }
+      }
+      auto response = std::make_shared<api::ORNResponse>();
+      response->requestId = m.id;
+      response->responseCode = m.code;
+      response->responseData = std::move(m.text);
+      try {
+        handler_->onResponse(std::move(response));
+      } catch (...) {
+        // Deliberately swallowed: a throwing handler must not take the connection down.
+      }
+      return true;
+    }
+    case MessageKind::kRegister:
+    case MessageKind::kRequest:
+      break;
+  }
+  return false;  // the service never sends client messages
+}
+
+void ORNClient::Impl::deliverEvent(int type, const std::string& payload) {
+  auto event = std::make_shared<api::ORNEvent>();
+  event->eventType = type;
+  event->payload = payload;
+  try {
+    handler_->onEvent(std::move(event));
+  } catch (...) {
+    // Deliberately swallowed, as for responses.
+  }
+}
+
+bool ORNClient::Impl::enqueueLocked(const Message& m) {
+  std::string frame;
+  if (!qipc::encodeFrame(qipc::encodeMessage(m), &frame) ||
+      outbox_.size() + frame.size() > kMaxOutbox)
+    return false;
+  outbox_ += frame;
+  wake();
+  return true;
+}
+
+std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(const api::ORNRequest& request) {
+  // Waiting on the I/O thread itself could never see the answer.
+  if (!io_.joinable() || std::this_thread::get_id() == ioId_)
+    return nullptr;
+  Message m;
+  m.kind = MessageKind::kRequest;
+  m.id = request.requestId;
+  m.type = request.requestType;
+  m.text = request.payload;
+  m.sync = true;
+  auto wait = std::make_shared<SyncWait>();
+  std::unique_lock<std::mutex> lock(mu_);
+  if (!connected_ || pending_.count(m.id) != 0 || !enqueueLocked(m))
+    return nullptr;
+  pending_[m.id] = wait;
+  syncCv_.wait_until(lock, Clock::now() + kSyncRequestTimeout,
+                     [&] { return wait->done || stopping_; });
+  pending_.erase(m.id);
+  return wait->response;
+}
+
+bool ORNClient::Impl::sendAsync(const api::ORNRequest& request) {
+  Message m;
+  m.kind = MessageKind::kRequest;
+  m.id = request.requestId;
+  m.type = request.requestType;
+  m.text = request.payload;
+  std::lock_guard<std::mutex> lock(mu_);
+  return io_.joinable() && connected_ && enqueueLocked(m);
+}
+
+ORNClient::Impl::Impl() {
+  // Pid alone repeats across reboots and containers; a random salt keeps ids apart anyway.
+  std::random_device rd;
+  salt_ = (uint64_t{rd()} << 32) ^ rd() ^
+          static_cast<uint64_t>(Clock::now().time_since_epoch().count());
+}
+
+std::string ORNClient::Impl::nextId() {
+  char buf[64];
+  snprintf(buf, sizeof(buf), "%ld-%08x-%llu", static_cast<long>(getpid()),
+           static_cast<unsigned>(salt_ & 0xffffffffu),
+           static_cast<unsigned long long>(++counter_));
+  return buf;
+}
+
+ORNClient::ORNClient() : impl_(new Impl) {}
+
+ORNClient::~ORNClient() = default;
+
+bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
+                           const std::string& clientName) {
+  return impl_->start(std::move(handler), type, clientName);
+}
+
+std::shared_ptr<api::ORNResponse> ORNClient::sendSyncRequest(
+    std::shared_ptr<api::ORNRequest> request) {
+  if (!request)
+    return nullptr;
+  return impl_->sendSync(*request);
+}
+
+bool ORNClient::sendAsyncRequest(std::shared_ptr<api::ORNRequest> request) {
+  return request && impl_->sendAsync(*request);
+}
+
+std::string ORNClient::generateRequestId() { return impl_->nextId(); }
+
+}  // namespace ornConnector
+}  // namespace ornwick

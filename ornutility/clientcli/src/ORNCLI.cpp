@@ -5,6 +5,7 @@
 #include <string>
 
 #include "ArgHelpers.h"
+#include "ORNCLIInternal.h"
 
 namespace ornwick {
 namespace ornUtility {
@@ -14,8 +15,7 @@ namespace {
 constexpr int kDefaultTimeoutSeconds = 10;
 
 // Printed with one more newline added, so the output ends in "}\n\n".
-constexpr const char kUsageText[] = R"USAGE(
-ORNCLI - Ornwick Command Line Interface
+constexpr const char kUsageText[] = R"USAGE(ORNCLI - Ornwick Command Line Interface
 
 USAGE:
   orncli                                         Interactive mode (menu-driven)
@@ -156,13 +156,24 @@ OUTPUT:
     {"eventType":N,"payload":"..."}
 )USAGE";
 
-void printUsage() { std::cout << (kUsageText + 1) << '\n' << std::flush; }
+void printUsage() { std::cout << kUsageText << '\n' << std::flush; }
 
 bool isValueFlag(const std::string& arg) {
   return arg == "--timeout" || arg == "--connect-timeout";
 }
 
 }  // namespace
+
+RequiredOptions findRequired(int argc, char** argv, std::initializer_list<const char*> names) {
+  RequiredOptions options;
+  for (const char* name : names) {
+    options.values.push_back(findFlag(argc, argv, name));
+    if (!options.missing && options.values.back().empty()) {
+      options.missing = name;
+    }
+  }
+  return options;
+}
 
 ORNCLI::ORNCLI()
     : menuNames_{"Back",

@@ -3,6 +3,15 @@
 
 #include <android/log.h>
 
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ORNCLI.h"
+#include "ORNRequestBuilder.h"
+
 namespace ornwick {
 namespace ornUtility {
 
@@ -19,6 +28,38 @@ constexpr const char* kReachableFilterValue =
 // Client identities given to ORNClient::initialize.
 constexpr const char* kOneShotClientName = "ORNCLI-cmd";
 constexpr const char* kInteractiveClientName = "ORNCLI";
+
+// Writes text and a newline to stdout in one piece and flushes, so that output printed
+// meanwhile by the connector's threads cannot land inside the line (ORNCLI_input.cpp).
+void writeLine(const std::string& text);
+
+// The RequestPayload text of the reachable-devices query, as the devices subcommand sends
+// it (ORNCLI_deviceCache.cpp).
+std::string reachableDevicesPayload();
+
+// Request types of the envelope: RequestPayload text, raw subscription text, state.
+constexpr int32_t kPayloadRequestType = 1;
+constexpr int32_t kSubscriptionRequestType = 2;
+constexpr int32_t kStateRequestType = 3;
+
+// A builder with a fresh request id from client (none without a client) and the type.
+ornConnector::api::ORNRequestBuilder newRequestBuilder(ORNClient* client, int32_t requestType);
+
+// The values of required options, looked up all first, and the first one left empty
+// (nullptr when every option was given).
+struct RequiredOptions {
+  std::vector<std::string> values;
+  const char* missing = nullptr;
+};
+RequiredOptions findRequired(int argc, char** argv, std::initializer_list<const char*> names);
+
+// Writes a subcommand's help text and a newline on stdout; returns code.
+int printHelp(const char* text, int code);
+
+// The end of every one-shot handler: prints the response and returns 0, or reports
+// "request_failed" with the failure message and returns 2.
+int finishRequest(ORNCLI& cli, const std::shared_ptr<ORNResponse>& response,
+                  const std::string& failure);
 
 }  // namespace ornUtility
 }  // namespace ornwick

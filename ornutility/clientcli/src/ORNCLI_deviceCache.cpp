@@ -1,1 +1,133 @@
-// placeholder
+// ORNCLI: the reachable devices offered by the interactive dialogues, fetched
+// from the service and parsed leniently.
+#include "ORNCLI.h"
+
+#include <iostream>
+
+#include "JsonTypes.h"
+#include "ORNCLIInternal.h"
+#include "QfiPath.h"
+#include "RequestPayload.h"
+
+namespace ornwick {
+namespace ornUtility {
+
+using ornConnector::api::QfiPath;
+using ornConnector::api::RequestPayload;
+using zedLocalUtil::jsonUtil::JsonDocument;
+using zedLocalUtil::jsonUtil::JsonValue;
+
+namespace {
+
+// The member's value when present, else nullptr.
+const JsonValue* findMember(const JsonValue& object, const char* key) {
+  auto it = object.FindMember(key);
+  return it == object.MemberEnd() ? nullptr : &it->value;
+}
+
+void copyString(const JsonValue& object, const char* key, std::string* out) {
+  const JsonValue* value = findMember(object, key);
+  if (value != nullptr && value->IsString()) {
+    out->assign(value->GetString(), value->GetStringLength());
+  }
+}
+
+CachedDevice parseDevice(const JsonValue& element) {
+  CachedDevice device;
+  copyString(element, "id", &device.entityId);
+  copyString(element, "externallyReportedId", &device.endpointId);
+  const JsonValue* capabilities = findMember(element, "capabilities");
+  if (capabilities == nullptr || !capabilities->IsObject()) {
+    return device;
+  }
+  const JsonValue* interfaces = findMember(*capabilities, "interfaces");
+  if (interfaces == nullptr || !interfaces->IsArray()) {
+    return device;
+  }
+  for (const JsonValue& name : interfaces->GetArray()) {
+    if (name.IsString()) {
+      device.interfaces.emplace_back(name.GetString(), name.GetStringLength());
+    }
+  }
+  return device;
+}
+
+}  // namespace
+
+std::string reachableDevicesPayload() {
+  QfiPath path =
+      QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
+  RequestPayload payload;
+  payload.qfi = QFIRequest::fromPath(path, QFIRequest::GET, "");
+  return payload.toJsonString();
+}
+
+std::vector<CachedDevice> parseLocalDevices(const std::string& json) {
+  std::vector<CachedDevice> devices;
+  if (json.empty()) {
+    return devices;
+  }
+  JsonDocument doc(nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
+  doc.Parse(json.c_str(), json.size());
+  if (doc.HasParseError() || !doc.IsObject()) {
+    return devices;
+  }
+  const JsonValue* results = findMember(doc, "results");
+  if (results == nullptr || !results->IsArray()) {
+    return devices;
+  }
+  for (const JsonValue& element : results->GetArray()) {
+    // An object is kept however little it holds; anything else is skipped.
+    if (element.IsObject()) {
+      devices.push_back(parseDevice(element));
+    }
+  }
+  return devices;
+}
+
+void displayDeviceList(const std::vector<CachedDevice>& devices) {
+  std::string text = "\n--- Local Connected Devices ---\n";
+  for (size_t i = 0; i < devices.size(); ++i) {
+    const CachedDevice& device = devices[i];
+    text += std::to_string(i + 1) + ". entityId: " + device.entityId;
+    if (!device.endpointId.empty()) {
+      text += "  endpointId: " + device.endpointId;
+    }
+    if (!device.interfaces.empty()) {
+      text += "  [";
+      for (size_t j = 0; j < device.interfaces.size(); ++j) {
+        text += (j == 0 ? "" : ", ") + device.interfaces[j];
+      }
+      text += "]";
+    }
+    text += "\n";
+  }
+  text += "-------------------------------\n";
+  std::cout << text << std::flush;
+}
+
+std::vector<CachedDevice> ORNCLI::fetchLocalDevices() {
+  auto request = std::make_shared<ORNRequest>();
+  request->requestType = kPayloadRequestType;
+  request->payload = reachableDevicesPayload();
+  writeLine("Fetching local connected devices...");
+  std::shared_ptr<ORNResponse> response;
+  if (interactiveClient_) {
+    request->requestId = interactiveClient_->generateRequestId();
+    response = interactiveClient_->sendSyncRequest(request);
+  }
+  if (!response || response->responseData.empty()) {
+    writeLine("Failed to fetch local devices");
+    return {};
+  }
+  std::vector<CachedDevice> devices = parseLocalDevices(response->responseData);
+  if (devices.empty()) {
+    writeLine("No devices found in local cache");
+  } else {
+    displayDeviceList(devices);
+  }
+  return devices;
+}
+
+}  // namespace ornUtility
+}  // namespace ornwick

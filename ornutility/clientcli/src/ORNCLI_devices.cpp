@@ -1,1 +1,28 @@
-// placeholder
+// ORNCLI: the devices subcommand, one query for the reachable endpoints.
+#include "ORNCLI.h"
+
+#include "ArgHelpers.h"
+#include "ORNCLIInternal.h"
+#include "QfiPath.h"
+
+namespace ornwick {
+namespace ornUtility {
+
+int ORNCLI::handleDevices(int argc, char** argv, bool sync, int timeoutSeconds) {
+  if (hasFlag(argc, argv, "--help")) {
+    return printHelp("Usage: orncli devices\n  List reachable devices from local cache.", 0);
+  }
+  return finishRequest(*this, sendAndWait(buildDevicesRequest(), timeoutSeconds, sync),
+                       "Failed to send devices request");
+}
+
+std::shared_ptr<ORNRequest> ORNCLI::buildDevicesRequest() {
+  auto builder = newRequestBuilder(client_.get(), kPayloadRequestType);
+  const auto path =
+      ornConnector::api::QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
+  builder.addQfi(path.toString(), QFIRequest::GET, "");
+  return builder.build();
+}
+
+}  // namespace ornUtility
+}  // namespace ornwick

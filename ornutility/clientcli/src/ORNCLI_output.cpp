@@ -1,1 +1,44 @@
-// placeholder
+// ORNCLI: the one-line JSON results of one-shot mode, written by plain concatenation.
+#include "ORNCLI.h"
+
+#include <iostream>
+
+#include "ORNCLIInternal.h"
+
+namespace ornwick {
+namespace ornUtility {
+
+// Deliberate: nothing is escaped, so the bytes stay predictable.
+int ORNCLI::printError(const std::string& error, const std::string& message, int code) {
+  std::cerr << "{\"error\":\"" << error << "\",\"message\":\"" << message << "\"}\n"
+            << std::flush;
+  return code;
+}
+
+// REQUIRES: response is not empty.
+void ORNCLI::printResponse(const std::shared_ptr<ORNResponse>& response) {
+  // responseData is JSON text already; only an empty one needs a stand-in.
+  const std::string& data = response->responseData.empty() ? "\"\"" : response->responseData;
+  std::cout << "{\"requestId\":\"" << response->requestId
+            << "\",\"responseCode\":" << response->responseCode << ",\"responseData\":" << data
+            << "}\n"
+            << std::flush;
+}
+
+int printHelp(const char* text, int code) {
+  std::cout << text << '\n' << std::flush;
+  return code;
+}
+
+int finishRequest(ORNCLI& cli, const std::shared_ptr<ORNResponse>& response,
+                  const std::string& failure) {
+  // Any response counts as success, whatever its code.
+  if (!response) {
+    return cli.printError("request_failed", failure, 2);
+  }
+  cli.printResponse(response);
+  return 0;
+}
+
+}  // namespace ornUtility
+}  // namespace ornwick

@@ -1,0 +1,143 @@
+// QIPC messages: JSON encoding and strict decoding.
+#include "Message.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+namespace ornwick {
+namespace qipc {
+namespace {
+
+struct KindName {
+  MessageKind kind;
+  const char* name;
+};
+const KindName kKinds[] = {
+    {MessageKind::kEvent, "event"},
+    {MessageKind::kRegister, "register"},
+    {MessageKind::kRequest, "request"},
+    {MessageKind::kResponse, "response"},
+};
+
+bool getString(const rapidjson::Value& obj, const char* key, std::string* out) {
+  auto it = obj.FindMember(key);
+  if (it == obj.MemberEnd() || !it->value.IsString())
+    return false;
+  out->assign(it->value.GetString(), it->value.GetStringLength());
+  return true;
+}
+
+bool getInt(const rapidjson::Value& obj, const char* key, int* out) {
+  auto it = obj.FindMember(key);
+  if (it == obj.MemberEnd() || !it->value.IsInt())
+    return false;
+  *out = it->value.GetInt();
+  return true;
+}
+
+void writeString(rapidjson::Writer<rapidjson::StringBuffer>& w, const std::string& s) {
+  w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+}
+
+}  // namespace
+
+std::string encodeMessage(const Message& m) {
+  rapidjson::StringBuffer buf;
+  rapidjson::Writer<rapidjson::StringBuffer> w(buf);
+  w.StartObject();
+  w.Key("kind");
+  for (const auto& k : kKinds)
+    if (k.kind == m.kind)
+      w.String(k.name);
+  switch (m.kind) {
+    case MessageKind::kEvent:
+      w.Key("eventType");
+      w.Int(m.type);
+      w.Key("payload");
+      writeString(w, m.text);
+      break;
+    case MessageKind::kRegister:
+      w.Key("clientName");
+      writeString(w, m.text);
+      w.Key("connectorType");
+      w.Int(m.type);
+      break;
+    case MessageKind::kRequest:
+      w.Key("requestId");
+      writeString(w, m.id);
+      w.Key("requestType");
+      w.Int(m.type);
+      w.Key("sync");
+      w.Bool(m.sync);
+      w.Key("payload");
+      writeString(w, m.text);
+      break;
+    case MessageKind::kResponse:
+      w.Key("requestId");
+      writeString(w, m.id);
+      w.Key("responseCode");
+      w.Int(m.code);
+      w.Key("responseData");
+      writeString(w, m.text);
+      break;
+  }
+  w.EndObject();
+  return std::string(buf.GetString(), buf.GetSize());
+}
+
+bool decodeMessage(const std::string& text, Message* m, std::string* err) {
+  rapidjson::Document doc;
+  doc.Parse(text.data(), text.size());
+  if (doc.HasParseError()) {
+    *err = std::string("bad message JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
+           " at offset " + std::to_string(doc.GetErrorOffset());
+    return false;
+  }
+  if (!doc.IsObject()) {
+    *err = "message is not a JSON object";
+    return false;
+  }
+  std::string kind;
+  if (!getString(doc, "kind", &kind)) {
+    *err = "message has no \"kind\"";
+    return false;
+  }
+  bool known = false;
+  for (const auto& k : kKinds)
+    if (kind == k.name) {
+      m->kind = k.kind;
+      known = true;
+    }
+  if (!known) {
+    *err = "unknown message kind \"" + kind + "\"";
+    return false;
+  }
+  bool ok = false;
+  switch (m->kind) {
+    case MessageKind::kEvent:
+      ok = getInt(doc, "eventType", &m->type) && getString(doc, "payload", &m->text);
+      break;
+    case MessageKind::kRegister:
+      ok = getString(doc, "clientName", &m->text) && getInt(doc, "connectorType", &m->type);
+      break;
+    case MessageKind::kRequest: {
+      ok = getString(doc, "requestId", &m->id) && getInt(doc, "requestType", &m->type) &&
+           getString(doc, "payload", &m->text);
+      auto it = doc.FindMember("sync");
+      m->sync = it != doc.MemberEnd() && it->value.IsBool() && it->value.GetBool();
+      break;
+    }
+    case MessageKind::kResponse:
+      ok = getString(doc, "requestId", &m->id) && getInt(doc, "responseCode", &m->code) &&
+           getString(doc, "responseData", &m->text);
+      break;
+  }
+  if (!ok)
+    *err = "\"" + kind + "\" message lacks a required member";
+  return ok;
+}
+
+}  // namespace qipc
+}  // namespace ornwick

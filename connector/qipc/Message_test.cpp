@@ -1,0 +1,60 @@
+#include "Message.h"
+
+#include <gtest/gtest.h>
+
+namespace ornwick {
+namespace qipc {
+namespace {
+
+TEST(Message, RoundTripsEveryKind) {
+  static const Message kCases[] = {
+      {MessageKind::kEvent, "", 21, 0, "{\"v\":\"\\u00e9\\n\"}", false},
+      {MessageKind::kEvent, "", 23, 0, "", false},
+      {MessageKind::kRegister, "", 1, 0, "ORNCLI-cmd", false},
+      {MessageKind::kRequest, "42-ab-1", 3, 0, "{\"qfi\":{}}", true},
+      {MessageKind::kRequest, "", -7, 0, std::string("nul\0inside", 10), false},
+      {MessageKind::kResponse, "r1", 0, 404, "not json", false},
+  };
+  for (const auto& c : kCases) {
+    const std::string text = encodeMessage(c);
+    Message m;
+    std::string err;
+    ASSERT_TRUE(decodeMessage(text, &m, &err)) << text << ": " << err;
+    EXPECT_EQ(m.kind, c.kind) << text;
+    EXPECT_EQ(m.id, c.id) << text;
+    EXPECT_EQ(m.type, c.type) << text;
+    EXPECT_EQ(m.code, c.code) << text;
+    EXPECT_EQ(m.text, c.text) << text;
+    EXPECT_EQ(m.sync, c.sync) << text;
+  }
+}
+
+TEST(Message, DecodeRejectsMalformedMessages) {
+  static const struct {
+    const char* text;
+  } kCases[] = {
+      {""},
+      {"{"},
+      {"[]"},
+      {"\"event\""},
+      {R"({"eventType":20,"payload":""})"},
+      {R"({"kind":7})"},
+      {R"({"kind":"ping"})"},
+      {R"({"kind":"event","eventType":"20","payload":""})"},
+      {R"({"kind":"event","eventType":20})"},
+      {R"({"kind":"event","eventType":2.5,"payload":""})"},
+      {R"({"kind":"register","clientName":"x"})"},
+      {R"({"kind":"request","requestId":1,"requestType":1,"payload":""})"},
+      {R"({"kind":"response","requestId":"1","responseCode":200,"responseData":{}})"},
+  };
+  for (const auto& c : kCases) {
+    Message m;
+    std::string err;
+    EXPECT_FALSE(decodeMessage(c.text, &m, &err)) << c.text;
+    EXPECT_FALSE(err.empty()) << c.text;
+  }
+}
+
+}  // namespace
+}  // namespace qipc
+}  // namespace ornwick

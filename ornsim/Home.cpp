@@ -1,0 +1,271 @@
+// Home: lookups, the built-in home and home-file validation.
+#include "Home.h"
+
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+namespace ornsim {
+namespace {
+
+using rapidjson::Value;
+
+const Value* member(const Value& obj, const char* key) {
+  auto it = obj.FindMember(key);
+  return it == obj.MemberEnd() ? nullptr : &it->value;
+}
+
+// Collects problems with one object, each prefixed by where it is ("devices[2].state").
+class Checker {
+ public:
+  Checker(std::vector<std::string>* problems, std::string where)
+      : problems_(problems), where_(std::move(where)) {}
+
+  void fail(const std::string& what) { problems_->push_back(where_ + ": " + what); }
+
+  bool string(const Value& obj, const char* key, std::string* out, bool required) {
+    const Value* v = member(obj, key);
+    if (v == nullptr) {
+      if (required)
+        fail(std::string("missing \"") + key + "\"");
+      return false;
+    }
+    if (!v->IsString()) {
+      fail(std::string("\"") + key + "\" must be a string");
+      return false;
+    }
+    out->assign(v->GetString(), v->GetStringLength());
+    return true;
+  }
+
+  void number(const Value& obj, const char* key, double lo, double hi, double* out) {
+    const Value* v = member(obj, key);
+    if (v == nullptr)
+      return;
+    if (!v->IsNumber() || v->GetDouble() < lo || v->GetDouble() > hi) {
+      fail(std::string("\"") + key + "\" must be a number from " + fmt(lo) + " to " + fmt(hi));
+      return;
+    }
+    *out = v->GetDouble();
+  }
+
+  void integer(const Value& obj, const char* key, int lo, int hi, int* out) {
+    double d = *out;
+    number(obj, key, lo, hi, &d);
+    *out = static_cast<int>(d);
+  }
+
+ private:
+  static std::string fmt(double d) {
+    std::ostringstream s;
+    s << d;
+    return s.str();
+  }
+  std::vector<std::string>* problems_;
+  std::string where_;
+};
+
+void parseState(const Value& v, const std::string& where, DeviceState* state,
+                std::vector<std::string>* problems) {
+  Checker c(problems, where);
+  if (!v.IsObject()) {
+    c.fail("must be an object");
+    return;
+  }
+  if (const Value* power = member(v, "power")) {
+    if (power->IsBool())
+      state->power = power->GetBool();
+    else
+      c.fail("\"power\" must be true or false");
+  }
+  c.integer(v, "brightness", 0, 100, &state->brightness);
+  c.integer(v, "colorTemperatureInKelvin", 1000, 10000, &state->colorTemperatureInKelvin);
+  if (const Value* color = member(v, "color")) {
+    Checker cc(problems, where + ".color");
+    if (!color->IsObject()) {
+      cc.fail("must be an object");
+      return;
+    }
+    cc.number(*color, "hue", 0, 360, &state->color.hue);
+    cc.number(*color, "saturation", 0, 1, &state->color.saturation);
+    cc.number(*color, "brightness", 0, 1, &state->color.brightness);
+  }
+}
+
+void parseDevice(const Value& v, const std::string& where, Device* d,
+                 std::vector<std::string>* problems) {
+  Checker c(problems, where);
+  if (!v.IsObject()) {
+    c.fail("must be an object");
+    return;
+  }
+  c.string(v, "id", &d->id, true);
+  c.string(v, "externallyReportedId", &d->endpointId, false);
+  c.string(v, "friendlyName", &d->friendlyName, false);
+  if (const Value* r = member(v, "reachable")) {
+    if (r->IsBool())
+      d->reachable = r->GetBool();
+    else
+      c.fail("\"reachable\" must be true or false");
+  }
+  if (const Value* ifs = member(v, "interfaces")) {
+    if (!ifs->IsArray()) {
+      c.fail("\"interfaces\" must be an array of strings");
+    } else {
+      for (const auto& i : ifs->GetArray()) {
+        if (i.IsString())
+          d->interfaces.emplace_back(i.GetString(), i.GetStringLength());
+        else
+          c.fail("\"interfaces\" must be an array of strings");
+      }
+    }
+  }
+  if (const Value* s = member(v, "state"))
+    parseState(*s, where + ".state", &d->state, problems);
+}
+
+}  // namespace
+
+bool Device::offers(const std::string& nameSpace) const {
+  return std::find(interfaces.begin(), interfaces.end(), nameSpace) != interfaces.end();
+}
+
+const Device* Home::findDevice(const std::string& id) const {
+  if (id.empty())
+    return nullptr;
+  for (const auto& d : devices)
+    if (d.id == id || d.endpointId == id)
+      return &d;
+  return nullptr;
+}
+
+Device* Home::findDevice(const std::string& id) {
+  return const_cast<Device*>(static_cast<const Home*>(this)->findDevice(id));
+}
+
+const Group* Home::findGroup(const std::string& id) const {
+  for (const auto& g : groups)
+    if (g.id == id)
+      return &g;
+  return nullptr;
+}
+
+bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems) {
+  const size_t before = problems->size();
+  rapidjson::Document doc;
+  doc.Parse(text.data(), text.size());
+  if (doc.HasParseError()) {
+    problems->push_back(std::string("not valid JSON: ") +
+                        rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
+                        std::to_string(doc.GetErrorOffset()));
+    return false;
+  }
+  if (!doc.IsObject()) {
+    problems->push_back("the top level must be an object");
+    return false;
+  }
+  Home h;
+  const Value* devices = member(doc, "devices");
+  if (devices == nullptr || !devices->IsArray()) {
+    problems->push_back("\"devices\" must be an array");
+  } else {
+    for (rapidjson::SizeType i = 0; i < devices->Size(); ++i) {
+      Device d;
+      parseDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &d, problems);
+      h.devices.push_back(std::move(d));
+    }
+  }
+  std::set<std::string> ids;
+  for (size_t i = 0; i < h.devices.size(); ++i) {
+    for (const std::string* id : {&h.devices[i].id, &h.devices[i].endpointId}) {
+      if (!id->empty() && !ids.insert(*id).second)
+        problems->push_back("devices[" + std::to_string(i) + "]: id \"" + *id +
+                            "\" is used twice");
+    }
+  }
+  if (const Value* groups = member(doc, "groups")) {
+    if (!groups->IsArray()) {
+      problems->push_back("\"groups\" must be an array");
+    } else {
+      for (rapidjson::SizeType i = 0; i < groups->Size(); ++i) {
+        Checker c(problems, "groups[" + std::to_string(i) + "]");
+        const Value& g = (*groups)[i];
+        Group group;
+        if (!g.IsObject()) {
+          c.fail("must be an object");
+          continue;
+        }
+        c.string(g, "id", &group.id, true);
+        const Value* members = member(g, "members");
+        if (members == nullptr || !members->IsArray()) {
+          c.fail("\"members\" must be an array of device ids");
+        } else {
+          for (const auto& m : members->GetArray()) {
+            if (!m.IsString()) {
+              c.fail("\"members\" must be an array of device ids");
+              continue;
+            }
+            group.members.emplace_back(m.GetString(), m.GetStringLength());
+            if (h.findDevice(group.members.back()) == nullptr)
+              c.fail("member \"" + group.members.back() + "\" is not a device");
+          }
+        }
+        h.groups.push_back(std::move(group));
+      }
+    }
+  }
+  if (problems->size() != before)
+    return false;
+  *home = std::move(h);
+  return true;
+}
+
+bool loadHome(const std::string& path, Home* home, std::vector<std::string>* problems) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    problems->push_back("cannot read " + path);
+    return false;
+  }
+  std::ostringstream text;
+  text << in.rdbuf();
+  return parseHome(text.str(), home, problems);
+}
+
+Home builtinHome() {
+  Home h;
+  auto add = [&h](const char* id, const char* endpoint, const char* name, bool reachable,
+                  std::vector<std::string> interfaces, DeviceState state) {
+    Device d;
+    d.id = id;
+    d.endpointId = endpoint;
+    d.friendlyName = name;
+    d.reachable = reachable;
+    d.interfaces = std::move(interfaces);
+    d.state = state;
+    h.devices.push_back(std::move(d));
+  };
+  add("light-kitchen", "ep-kitchen", "Kitchen Light", true,
+      {kPowerController, kBrightnessController, kColorController, kColorTemperatureController},
+      {true, 80, {30, 0.5, 0.8}, 2700});
+  add("light-living", "ep-living", "Living Room Lamp", true,
+      {kPowerController, kBrightnessController, kColorTemperatureController},
+      {false, 50, {}, 4000});
+  add("light-bedroom", "ep-bedroom", "Bedroom Light", true,
+      {kPowerController, kBrightnessController}, {false, 30, {}, 0});
+  add("strip-desk", "ep-desk", "Desk Strip", true,
+      {kPowerController, kBrightnessController, kColorController},
+      {true, 100, {240, 1, 1}, 0});
+  add("plug-kettle", "ep-kettle", "Kettle Plug", true, {kPowerController}, {false, 0, {}, 0});
+  add("light-garage", "ep-garage", "Garage Light", false,
+      {kPowerController, kBrightnessController}, {false, 0, {}, 0});
+  h.groups.push_back({"group-downstairs", {"light-kitchen", "light-living", "plug-kettle"}});
+  h.groups.push_back({"group-lights", {"light-kitchen", "light-living", "light-bedroom",
+                                       "strip-desk", "light-garage"}});
+  return h;
+}
+
+}  // namespace ornsim

@@ -1,0 +1,63 @@
+// Home: the simulated devices and groups, their state, and loading them from JSON.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ornsim {
+
+// Interface namespaces a device may offer.
+constexpr const char* kPowerController = "Corva.PowerController";
+constexpr const char* kBrightnessController = "Corva.BrightnessController";
+constexpr const char* kColorController = "Corva.ColorController";
+constexpr const char* kColorTemperatureController = "Corva.ColorTemperatureController";
+
+struct Color {
+  double hue = 0;
+  double saturation = 0;
+  double brightness = 0;
+};
+
+struct DeviceState {
+  bool power = false;
+  int brightness = 0;
+  Color color;
+  int colorTemperatureInKelvin = 0;
+};
+
+struct Device {
+  std::string id;          // entity id
+  std::string endpointId;  // "externallyReportedId"
+  std::string friendlyName;
+  bool reachable = true;
+  std::vector<std::string> interfaces;
+  DeviceState state;
+
+  bool offers(const std::string& nameSpace) const;
+};
+
+struct Group {
+  std::string id;
+  std::vector<std::string> members;  // entity or endpoint ids
+};
+
+struct Home {
+  std::vector<Device> devices;
+  std::vector<Group> groups;
+
+  // By entity id or endpoint id; nullptr when unknown.
+  Device* findDevice(const std::string& id);
+  const Device* findDevice(const std::string& id) const;
+  const Group* findGroup(const std::string& id) const;
+};
+
+// Parses a home file's text. Returns false with every problem found in *problems.
+bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems);
+
+// Reads and parses a home file; problems as for parseHome, plus read errors.
+bool loadHome(const std::string& path, Home* home, std::vector<std::string>* problems);
+
+// Six devices of different capabilities (one unreachable) and two groups.
+Home builtinHome();
+
+}  // namespace ornsim

@@ -1,0 +1,36 @@
+// ornsim's command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ornsim {
+
+struct EmitSpec {
+  int eventType = 0;
+  int delayMs = 0;
+  std::string payload;
+};
+
+struct Options {
+  std::string socketPath;  // empty: the library's default address
+  std::string homeFile;    // empty: the built-in home
+  std::string recordFile;  // empty: no record
+  bool noRegister = false;
+  int registerDelayMs = 0;
+  bool noResponse = false;
+  int responseDelayMs = 0;
+  bool respond = false;  // answer every request with respondCode/respondData
+  int respondCode = 0;
+  std::string respondData;
+  std::vector<EmitSpec> emits;
+  bool help = false;
+};
+
+// Parses argv[1..]; returns false and sets *err on an unknown option or a bad value.
+bool parseOptions(int argc, const char* const* argv, Options* options, std::string* err);
+
+// The --help text.
+const char* usageText();
+
+}  // namespace ornsim

@@ -1,0 +1,464 @@
+// RequestHandler: QFI routes, DFI directives, state requests and subscriptions.
+#include "RequestHandler.h"
+
+#include <rapidjson/error/en.h>
+
+#include "Directives.h"
+#include "JsonText.h"
+
+namespace ornsim {
+namespace {
+
+using rapidjson::Value;
+
+struct Reply {
+  int code;
+  std::string json;
+};
+
+Reply fail(int code, const std::string& error, const std::string& message) {
+  return {code, errorJson(error, message)};
+}
+
+const char kReachableFilter[] =
+    "features[name:connectivity].properties[name:reachability].value.value=";
+
+// Splits "a/b/c/" into {"a","b","c"}; the trailing "/" is optional, as the tool sends both.
+std::vector<std::string> segments(const std::string& path) {
+  std::vector<std::string> parts;
+  size_t start = !path.empty() && path[0] == '/' ? 1 : 0;
+  for (;;) {
+    size_t end = path.find('/', start);
+    parts.push_back(path.substr(start, end == std::string::npos ? end : end - start));
+    if (end == std::string::npos)
+      break;
+    start = end + 1;
+  }
+  if (parts.size() > 1 && parts.back().empty())
+    parts.pop_back();
+  return parts;
+}
+
+void writeDevice(JsonWriter& w, const Device& d) {
+  w.StartObject();
+  w.Key("id");
+  writeString(w, d.id);
+  w.Key("externallyReportedId");
+  writeString(w, d.endpointId);
+  w.Key("friendlyName");
+  writeString(w, d.friendlyName);
+  w.Key("capabilities");
+  w.StartObject();
+  w.Key("interfaces");
+  w.StartArray();
+  for (const auto& i : d.interfaces)
+    writeString(w, i);
+  w.EndArray();
+  w.EndObject();
+  w.EndObject();
+}
+
+Reply deviceList(const Home& home, const std::string& query) {
+  // Only the reachability filter is understood; anything else is refused, not ignored.
+  std::string wanted;
+  if (!query.empty()) {
+    const std::string key = "filterExpression=";
+    if (query.compare(0, key.size(), key) != 0 || query.find('&') != std::string::npos)
+      return fail(400, "invalid_query", "only the query filterExpression=... is supported");
+    const std::string filter = query.substr(key.size());
+    if (filter.compare(0, sizeof(kReachableFilter) - 1, kReachableFilter) != 0)
+      return fail(400, "invalid_filter", "unsupported filterExpression: " + filter);
+    wanted = filter.substr(sizeof(kReachableFilter) - 1);
+    if (wanted != "OK" && wanted != "UNREACHABLE")
+      return fail(400, "invalid_filter", "reachability is OK or UNREACHABLE, not " + wanted);
+  }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("results");
+  w.StartArray();
+  for (const auto& d : home.devices)
+    if (wanted.empty() || d.reachable == (wanted == "OK"))
+      writeDevice(w, d);
+  w.EndArray();
+  w.EndObject();
+  return {200, buf.GetString()};
+}
+
+Reply featureState(Home& home, const std::string& id, const std::string& feature) {
+  Device* d = home.findDevice(id);
+  if (d == nullptr)
+    return fail(404, "unknown_endpoint", "no endpoint " + id);
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  if (!writeFeature(w, *d, feature))
+    return fail(404, "unknown_feature", "endpoint " + id + " has no feature " + feature);
+  return {200, buf.GetString()};
+}
+
+// Applies one operation to one device, reporting why not when it cannot.
+Reply applyTo(Device* d, const std::string& id, const OpInfo& op, const OpArgs& args,
+              std::vector<StateChange>* changes) {
+  if (d == nullptr)
+    return fail(404, "unknown_endpoint", "no endpoint " + id);
+  if (!d->offers(op.nameSpace))
+    return fail(400, "unsupported_interface", id + " does not offer " + op.nameSpace);
+  if (!d->reachable)
+    return fail(503, "endpoint_unreachable", id + " is unreachable");
+  for (auto& c : applyOp(*d, op.op, args))
+    changes->push_back(std::move(c));
+  return {200, "{\"status\":\"SUCCESS\"}"};
+}
+
+Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
+                     std::vector<StateChange>* changes) {
+  if (body == nullptr || !body->IsObject())
+    return fail(400, "invalid_body", "a batch directive needs a JSON object body");
+  const Value* directivePayload = findMember(*body, "directivePayload");
+  OpArgs args;
+  std::string err;
+  if (!parseOpArgs(op.op, directivePayload, &args, &err))
+    return fail(400, "invalid_payload", err);
+  std::vector<std::string> ids;
+  std::string groupId;
+  if (getString(*body, "groupId", &groupId)) {
+    const Group* g = home.findGroup(groupId);
+    if (g == nullptr)
+      return fail(404, "unknown_group", "no group " + groupId);
+    ids = g->members;
+  } else if (const Value* batch = findMember(*body, "batch"); batch && batch->IsArray()) {
+    for (const auto& e : batch->GetArray()) {
+      std::string id;
+      if (!getString(e, "endpointId", &id))
+        return fail(400, "invalid_body", "each \"batch\" element needs a string \"endpointId\"");
+      ids.push_back(id);
+    }
+  } else {
+    return fail(400, "invalid_body", "the body needs \"batch\" or \"groupId\"");
+  }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("results");
+  w.StartArray();
+  for (const auto& id : ids) {
+    // Unknown endpoints fail alone; the rest of the batch still applies.
+    Reply r = applyTo(home.findDevice(id), id, op, args, changes);
+    w.StartObject();
+    w.Key("endpointId");
+    writeString(w, id);
+    w.Key("responseCode");
+    w.Int(r.code);
+    w.Key("responseData");
+    w.RawValue(r.json.data(), r.json.size(), rapidjson::kObjectType);
+    w.EndObject();
+  }
+  w.EndArray();
+  w.EndObject();
+  return {200, buf.GetString()};
+}
+
+Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
+  std::string path, method;
+  if (!q.IsObject() || !getString(q, "path", &path))
+    return fail(400, "invalid_qfi", "a QFI request needs a string \"path\"");
+  getString(q, "method", &method);
+  const Value* body = findMember(q, "requestBody");
+  std::string query;
+  if (auto mark = path.find('?'); mark != std::string::npos) {
+    query = path.substr(mark + 1);
+    path.erase(mark);
+  }
+  const auto s = segments(path);
+  const bool endpoints = s.size() >= 2 && s[0] == "v2" && s[1] == "endpoints";
+  auto wrongMethod = [&](const char* wanted) {
+    return fail(405, "method_not_allowed",
+                std::string(wanted) + " " + path + " is the only method, not \"" + method + "\"");
+  };
+  if (endpoints && s.size() == 2) {
+    if (method != "GET")
+      return wrongMethod("GET");
+    return deviceList(home, query);
+  }
+  if (endpoints && s.size() == 5 && s[3] == "features") {
+    if (method != "GET")
+      return wrongMethod("GET");
+    return featureState(home, s[2], s[4]);
+  }
+  if (endpoints && s.size() == 6 && s[2] == "batch" && s[3] == "interfaces") {
+    const OpInfo* op = findQfiOp(s[4], s[5]);
+    if (op == nullptr)
+      return fail(404, "unknown_directive", "no directive " + s[5] + " for " + s[4]);
+    if (method != "POST")
+      return wrongMethod("POST");
+    return batchDirective(home, *op, body, changes);
+  }
+  return fail(404, "unknown_path", "no such path: " + path);
+}
+
+Reply reportState(Device& d) {
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("entityId");
+  writeString(w, d.id);
+  w.Key("endpointId");
+  writeString(w, d.endpointId);
+  w.Key("name");
+  w.String("StateReport");
+  w.Key("features");
+  w.StartArray();
+  for (const auto& f : featuresOf(d))
+    writeFeature(w, d, f);
+  w.EndArray();
+  w.EndObject();
+  return {200, buf.GetString()};
+}
+
+Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
+  const Value* header = findMember(v, "header");
+  std::string nameSpace, name;
+  if (header == nullptr || !getString(*header, "namespace", &nameSpace) ||
+      !getString(*header, "name", &name))
+    return fail(400, "invalid_dfi", "a DFI request needs \"header\" with \"namespace\" and \"name\"");
+  if (nameSpace == "Tessel.DeviceManager") {
+    if (name != "GetDevices")
+      return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
+    return deviceList(home, "");
+  }
+  const OpInfo* op = findDfiOp(nameSpace, name);
+  const bool report = nameSpace == "Corva" && name == "ReportState";
+  if (op == nullptr && !report) {
+    if (nameSpace != "Corva" && !knownNamespace(nameSpace))
+      return fail(400, "unknown_namespace", "no namespace " + nameSpace);
+    return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
+  }
+  // The endpoint id wins; the entity id is the fallback.
+  std::string endpointId, entityId;
+  if (const Value* endpoint = findMember(v, "endpoint")) {
+    getString(*endpoint, "endpointId", &endpointId);
+    getString(*endpoint, "entityId", &entityId);
+  }
+  Device* d = home.findDevice(endpointId);
+  if (d == nullptr)
+    d = home.findDevice(entityId);
+  const std::string id = endpointId.empty() ? entityId : endpointId;
+  if (report) {
+    if (d == nullptr)
+      return fail(404, "unknown_endpoint", "no endpoint " + id);
+    return reportState(*d);
+  }
+  OpArgs args;
+  std::string err;
+  if (!parseOpArgs(op->op, findMember(v, "payload"), &args, &err))
+    return fail(400, "invalid_payload", err);
+  return applyTo(d, id, *op, args, changes);
+}
+
+// Type 1 and 3: {"qfi":{..},"dfi":[..]}. One operation answers as itself; several answer
+// together in "results".
+HandlerResult requestPayload(Home& home, const Value& doc) {
+  HandlerResult result;
+  std::vector<Reply> replies;
+  const Value* q = findMember(doc, "qfi");
+  const Value* dfis = findMember(doc, "dfi");
+  if (q != nullptr)
+    replies.push_back(qfi(home, *q, &result.changes));
+  if (dfis != nullptr && !dfis->IsArray())
+    replies.push_back(fail(400, "invalid_dfi", "\"dfi\" must be an array"));
+  else if (dfis != nullptr)
+    for (const auto& d : dfis->GetArray())
+      replies.push_back(d.IsObject() ? dfi(home, d, &result.changes)
+                                     : fail(400, "invalid_dfi", "a DFI request must be an object"));
+  if (replies.empty()) {
+    Reply r = fail(400, "empty_request", "the payload holds no QFI or DFI request");
+    result.code = r.code;
+    result.data = r.json;
+    return result;
+  }
+  if (replies.size() == 1) {
+    result.code = replies[0].code;
+    result.data = replies[0].json;
+    return result;
+  }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("results");
+  w.StartArray();
+  bool allOk = true;
+  for (const auto& r : replies) {
+    allOk = allOk && r.code < 300;
+    w.StartObject();
+    w.Key("responseCode");
+    w.Int(r.code);
+    w.Key("responseData");
+    w.RawValue(r.json.data(), r.json.size(), rapidjson::kObjectType);
+    w.EndObject();
+  }
+  w.EndArray();
+  w.EndObject();
+  result.code = allOk ? 200 : 207;
+  result.data = buf.GetString();
+  return result;
+}
+
+void writeSubscription(JsonWriter& w, const Subscription& s) {
+  w.StartObject();
+  w.Key("subscriptionId");
+  writeString(w, s.id);
+  w.Key("entities");
+  w.StartObject();
+  if (!s.endpointId.empty()) {
+    w.Key("endpoint");
+    w.StartObject();
+    w.Key("type");
+    w.String("Endpoint");
+    w.Key("id");
+    writeString(w, s.endpointId);
+    w.EndObject();
+  } else {
+    w.Key("endpointGroup");
+    w.StartObject();
+    w.Key("id");
+    writeString(w, s.groupId);
+    w.EndObject();
+  }
+  w.EndObject();
+  w.Key("eventTypes");
+  w.StartArray();
+  for (const auto& t : s.eventTypes) {
+    w.StartObject();
+    w.Key("namespace");
+    writeString(w, t.nameSpace);
+    w.Key("name");
+    writeString(w, t.name);
+    w.EndObject();
+  }
+  w.EndArray();
+  w.EndObject();
+}
+
+// Reads one subscription element; false with *err when it names no known entity.
+bool readSubscription(const Home& home, const Value& v, Subscription* s, std::string* err) {
+  const Value* entities = findMember(v, "entities");
+  const Value* endpoint = entities ? findMember(*entities, "endpoint") : nullptr;
+  const Value* group = entities ? findMember(*entities, "endpointGroup") : nullptr;
+  if (endpoint != nullptr)
+    getString(*endpoint, "id", &s->endpointId);
+  if (s->endpointId.empty() && group != nullptr)
+    getString(*group, "id", &s->groupId);
+  if (s->endpointId.empty() && s->groupId.empty()) {
+    *err = "each subscription needs \"entities\" with an endpoint or endpointGroup id";
+    return false;
+  }
+  if (!s->endpointId.empty() && home.findDevice(s->endpointId) == nullptr) {
+    *err = "no endpoint " + s->endpointId;
+    return false;
+  }
+  if (!s->groupId.empty() && home.findGroup(s->groupId) == nullptr) {
+    *err = "no group " + s->groupId;
+    return false;
+  }
+  if (const Value* types = findMember(v, "eventTypes"); types && types->IsArray())
+    for (const auto& t : types->GetArray()) {
+      EventTypeRef ref;
+      if (!getString(t, "namespace", &ref.nameSpace)) {
+        *err = "each event type needs a string \"namespace\"";
+        return false;
+      }
+      getString(t, "name", &ref.name);
+      s->eventTypes.push_back(ref);
+    }
+  return true;
+}
+
+Reply subscription(const Home& home, Subscriptions& subs, const std::string& client,
+                   const Value& doc) {
+  std::string operation;
+  if (!getString(doc, "operation", &operation))
+    return fail(400, "invalid_subscription", "the request needs a string \"operation\"");
+  const Value* list = findMember(doc, "subscriptions");
+  if (list != nullptr && !list->IsArray())
+    return fail(400, "invalid_subscription", "\"subscriptions\" must be an array");
+  if (operation != "create" && operation != "delete" && operation != "get")
+    return fail(400, "unknown_operation", "no subscription operation " + operation);
+  std::vector<Subscription> given;
+  if (list != nullptr && operation != "get")
+    for (const auto& v : list->GetArray()) {
+      Subscription s;
+      std::string err;
+      if (!readSubscription(home, v, &s, &err))
+        return fail(operation == "create" && err.compare(0, 3, "no ") == 0 ? 404 : 400,
+                    "invalid_subscription", err);
+      given.push_back(std::move(s));
+    }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  if (operation == "delete") {
+    int removed = 0;
+    for (const auto& s : given)
+      removed += subs.remove(client, s.endpointId, s.groupId);
+    w.Key("deleted");
+    w.Int(removed);
+  } else {
+    std::vector<Subscription> shown = operation == "get" ? subs.of(client) : std::vector<Subscription>{};
+    if (operation == "create")
+      for (auto& s : given)
+        shown.push_back(subs.add(client, std::move(s)));
+    w.Key("subscriptions");
+    w.StartArray();
+    for (const auto& s : shown)
+      writeSubscription(w, s);
+    w.EndArray();
+  }
+  w.EndObject();
+  return {200, buf.GetString()};
+}
+
+}  // namespace
+
+HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
+                            int requestType, const std::string& payload) {
+  HandlerResult result;
+  rapidjson::Document doc;
+  doc.Parse(payload.data(), payload.size());
+  Reply r{0, ""};
+  if (requestType != 1 && requestType != 2 && requestType != 3) {
+    r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
+  } else if (doc.HasParseError()) {
+    r = fail(400, "invalid_json",
+             std::string(rapidjson::GetParseError_En(doc.GetParseError())) + " at offset " +
+                 std::to_string(doc.GetErrorOffset()));
+  } else if (!doc.IsObject()) {
+    r = fail(400, "invalid_json", "the payload must be a JSON object");
+  } else if (requestType == 2) {
+    r = subscription(home, subscriptions, client, doc);
+  } else {
+    return requestPayload(home, doc);
+  }
+  result.code = r.code;
+  result.data = std::move(r.json);
+  return result;
+}
+
+std::string stateChangePayload(const StateChange& change) {
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("entityId");
+  writeString(w, change.entityId);
+  w.Key("endpointId");
+  writeString(w, change.endpointId);
+  w.Key("namespace");
+  writeString(w, change.nameSpace);
+  w.Key("name");
+  writeString(w, change.name);
+  w.Key("value");
+  w.RawValue(change.valueJson.data(), change.valueJson.size(), rapidjson::kObjectType);
+  w.EndObject();
+  return buf.GetString();
+}
+
+}  // namespace ornsim
