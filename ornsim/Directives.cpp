@@ -1,4 +1,5 @@
-// Directives: operation tables, payload checks, state changes and feature state.
+// Directives: operation tables, payload checks, state changes and feature
+// state.
 #include "Directives.h"
 
 #include <algorithm>
@@ -10,16 +11,19 @@ namespace {
 const OpInfo kOps[] = {
     {Op::kTurnOn, "power", "turnOn", kPowerController, "TurnOn"},
     {Op::kTurnOff, "power", "turnOff", kPowerController, "TurnOff"},
-    {Op::kSetBrightness, "brightness", "setBrightness", kBrightnessController, "SetBrightness"},
-    {Op::kAdjustBrightness, "brightness", "adjustBrightness", kBrightnessController,
-     "AdjustBrightness"},
+    {Op::kSetBrightness, "brightness", "setBrightness", kBrightnessController,
+     "SetBrightness"},
+    {Op::kAdjustBrightness, "brightness", "adjustBrightness",
+     kBrightnessController, "AdjustBrightness"},
     {Op::kSetColor, "color", "setColor", kColorController, "SetColor"},
     {Op::kSetColorTemperature, "colorTemperature", "setColorTemperature",
      kColorTemperatureController, "SetColorTemperature"},
-    {Op::kIncreaseColorTemperature, "colorTemperature", "increaseColorTemperature",
-     kColorTemperatureController, "IncreaseColorTemperature"},
-    {Op::kDecreaseColorTemperature, "colorTemperature", "decreaseColorTemperature",
-     kColorTemperatureController, "DecreaseColorTemperature"},
+    {Op::kIncreaseColorTemperature, "colorTemperature",
+     "increaseColorTemperature", kColorTemperatureController,
+     "IncreaseColorTemperature"},
+    {Op::kDecreaseColorTemperature, "colorTemperature",
+     "decreaseColorTemperature", kColorTemperatureController,
+     "DecreaseColorTemperature"},
 };
 
 // Feature name, interface that provides it, event namespace and event name.
@@ -30,11 +34,14 @@ struct FeatureInfo {
   const char* eventName;
 };
 const FeatureInfo kFeatures[] = {
-    {"power", kPowerController, "Corva.Endpoint.Feature.Power", "Property.PowerState.Change"},
+    {"power", kPowerController, "Corva.Endpoint.Feature.Power",
+     "Property.PowerState.Change"},
     {"brightness", kBrightnessController, "Corva.Endpoint.Feature.Brightness",
      "Property.Brightness.Change"},
-    {"color", kColorController, "Corva.Endpoint.Feature.Color", "Property.Color.Change"},
-    {"colorTemperature", kColorTemperatureController, "Corva.Endpoint.Feature.ColorTemperature",
+    {"color", kColorController, "Corva.Endpoint.Feature.Color",
+     "Property.Color.Change"},
+    {"colorTemperature", kColorTemperatureController,
+     "Corva.Endpoint.Feature.ColorTemperature",
      "Property.ColorTemperature.Change"},
 };
 
@@ -51,7 +58,8 @@ bool number(const rapidjson::Value* obj, const char* key, double* out) {
 }
 
 int clampInt(double v, int lo, int hi) {
-  return static_cast<int>(std::lround(std::min<double>(hi, std::max<double>(lo, v))));
+  return static_cast<int>(
+      std::lround(std::min<double>(hi, std::max<double>(lo, v))));
 }
 
 void writeColor(JsonWriter& w, const Color& c) {
@@ -121,7 +129,8 @@ StateChange change(const Device& d, const char* feature) {
 
 }  // namespace
 
-const OpInfo* findQfiOp(const std::string& interface, const std::string& directive) {
+const OpInfo* findQfiOp(const std::string& interface,
+                        const std::string& directive) {
   for (const auto& op : kOps)
     if (interface == op.qfiInterface && directive == op.qfiDirective)
       return &op;
@@ -142,7 +151,8 @@ bool knownNamespace(const std::string& nameSpace) {
   return false;
 }
 
-bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args, std::string* err) {
+bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args,
+                 std::string* err) {
   switch (op) {
     case Op::kTurnOn:
     case Op::kTurnOff:
@@ -158,12 +168,15 @@ bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args, std::stri
       *err = "the payload needs a number \"brightnessDelta\"";
       return false;
     case Op::kSetColor: {
-      const rapidjson::Value* c = payload == nullptr ? nullptr : findMember(*payload, "color");
+      const rapidjson::Value* c =
+          payload == nullptr ? nullptr : findMember(*payload, "color");
       if (c != nullptr && number(c, "hue", &args->color.hue) &&
           number(c, "saturation", &args->color.saturation) &&
           number(c, "brightness", &args->color.brightness))
         return true;
-      *err = "the payload needs \"color\" with numbers \"hue\", \"saturation\", \"brightness\"";
+      *err =
+          "the payload needs \"color\" with numbers \"hue\", \"saturation\", "
+          "\"brightness\"";
       return false;
     }
     case Op::kSetColorTemperature:
@@ -204,19 +217,22 @@ std::vector<StateChange> applyOp(Device& d, Op op, const OpArgs& args) {
       feature = "color";
       break;
     case Op::kSetColorTemperature:
-      s.colorTemperatureInKelvin = clampInt(args.number, kMinKelvin, kMaxKelvin);
+      s.colorTemperatureInKelvin =
+          clampInt(args.number, kMinKelvin, kMaxKelvin);
       feature = "colorTemperature";
       break;
     case Op::kIncreaseColorTemperature:
     case Op::kDecreaseColorTemperature: {
-      const double step = op == Op::kIncreaseColorTemperature ? args.number : -args.number;
+      const double step =
+          op == Op::kIncreaseColorTemperature ? args.number : -args.number;
       s.colorTemperatureInKelvin =
           clampInt(s.colorTemperatureInKelvin + step, kMinKelvin, kMaxKelvin);
       feature = "colorTemperature";
       break;
     }
   }
-  // Every applied directive reports its property, changed or not, as a real hub does.
+  // Every applied directive reports its property, changed or not, as a real hub
+  // does.
   return {change(d, feature)};
 }
 
@@ -233,12 +249,9 @@ bool writeFeature(JsonWriter& w, const Device& d, const std::string& feature) {
   if (std::find(names.begin(), names.end(), feature) == names.end())
     return false;
   w.StartObject();
-  w.Key("entityId");
-  writeString(w, d.id);
-  w.Key("endpointId");
-  writeString(w, d.endpointId);
-  w.Key("name");
-  writeString(w, feature);
+  writeMember(w, "entityId", d.id);
+  writeMember(w, "endpointId", d.endpointId);
+  writeMember(w, "name", feature);
   w.Key("properties");
   w.StartArray();
   writeProperty(w, d, feature);

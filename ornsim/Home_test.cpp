@@ -1,1 +1,111 @@
+#include "Home.h"
+
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace ornsim {
+namespace {
+
+std::string join(const std::vector<std::string>& v) {
+  std::string s;
+  for (const auto& p : v)
+    s += p + "\n";
+  return s;
+}
+
+TEST(Home, ParsesAGoodFile) {
+  const char kText[] = R"({"devices":[
+    {"id":"a","externallyReportedId":"ep-a","friendlyName":"A","reachable":false,
+     "interfaces":["Corva.PowerController"],
+     "state":{"power":true,"brightness":7,"color":{"hue":10,"saturation":0.5,"brightness":1},
+              "colorTemperatureInKelvin":2000}},
+    {"id":"b"}],
+    "groups":[{"id":"g","members":["a","b"]}]})";
+  Home home;
+  std::vector<std::string> problems;
+  ASSERT_TRUE(parseHome(kText, &home, &problems)) << join(problems);
+  ASSERT_EQ(home.devices.size(), 2u);
+  const Device* a = home.findDevice("ep-a");
+  ASSERT_NE(a, nullptr);
+  EXPECT_EQ(a->id, "a");
+  EXPECT_FALSE(a->reachable);
+  EXPECT_TRUE(a->offers(kPowerController));
+  EXPECT_EQ(a->state.brightness, 7);
+  EXPECT_EQ(a->state.color.saturation, 0.5);
+  EXPECT_EQ(a->state.colorTemperatureInKelvin, 2000);
+  EXPECT_TRUE(home.findDevice("b")->reachable);
+  ASSERT_NE(home.findGroup("g"), nullptr);
+  EXPECT_EQ(home.findDevice(""), nullptr);
+}
+
+TEST(Home, CollectsEveryProblemOfABadFile) {
+  static const struct {
+    const char* text;
+    std::vector<std::string> problems;  // each must appear, in this order
+  } kCases[] = {
+      {"{", {"not valid JSON"}},
+      {"[]", {"top level must be an object"}},
+      {"{}", {"\"devices\" must be an array"}},
+      {R"({"devices":[{}]})", {"devices[0]: missing \"id\""}},
+      {R"({"devices":[7]})", {"devices[0]: must be an object"}},
+      {R"({"devices":[{"id":1,"reachable":"yes","interfaces":"Corva.PowerController"}]})",
+       {"devices[0]: \"id\" must be a string",
+        "devices[0]: \"reachable\" must be true or false",
+        "devices[0]: \"interfaces\" must be an array of strings"}},
+      {R"({"devices":[{"id":"a","state":{"power":1,"brightness":101,"colorTemperatureInKelvin":5}}]})",
+       {"devices[0].state: \"power\"",
+        "devices[0].state: \"brightness\" must be a number from 0 to 100",
+        "devices[0].state: \"colorTemperatureInKelvin\""}},
+      {R"({"devices":[{"id":"a","state":{"color":{"hue":400,"saturation":"x"}}}]})",
+       {"devices[0].state.color: \"hue\"",
+        "devices[0].state.color: \"saturation\""}},
+      {R"({"devices":[{"id":"a"},{"id":"b","externallyReportedId":"a"}]})",
+       {"devices[1]: id \"a\" is used twice"}},
+      {R"({"devices":[{"id":"a"}],"groups":[{"members":["a","zz"]},{"id":"g"}]})",
+       {"groups[0]: missing \"id\"", "groups[0]: member \"zz\" is not a device",
+        "groups[1]: \"members\" must be an array"}},
+      {R"({"devices":[],"groups":{}})", {"\"groups\" must be an array"}},
+  };
+  for (const auto& c : kCases) {
+    Home home = builtinHome();
+    std::vector<std::string> problems;
+    EXPECT_FALSE(parseHome(c.text, &home, &problems)) << c.text;
+    const std::string all = join(problems);
+    size_t at = 0;
+    for (const auto& p : c.problems) {
+      at = all.find(p, at);
+      EXPECT_NE(at, std::string::npos)
+          << c.text << "\nwanted: " << p << "\ngot:\n"
+          << all;
+    }
+    // A rejected file leaves the home as it was.
+    EXPECT_EQ(home.devices.size(), builtinHome().devices.size()) << c.text;
+  }
+}
+
+TEST(Home, BuiltinHomeIsConsistent) {
+  const Home home = builtinHome();
+  EXPECT_GE(home.devices.size(), 6u);
+  EXPECT_EQ(home.groups.size(), 2u);
+  int unreachable = 0;
+  for (const auto& d : home.devices)
+    unreachable += d.reachable ? 0 : 1;
+  EXPECT_EQ(unreachable, 1);
+  for (const auto& g : home.groups)
+    for (const auto& m : g.members)
+      EXPECT_NE(home.findDevice(m), nullptr) << g.id << ": " << m;
+}
+
+TEST(Home, LoadReportsUnreadableFiles) {
+  Home home;
+  std::vector<std::string> problems;
+  EXPECT_FALSE(loadHome("/nonexistent/home.json", &home, &problems));
+  ASSERT_EQ(problems.size(), 1u);
+  EXPECT_NE(problems[0].find("cannot read /nonexistent/home.json"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace ornsim

@@ -1,1 +1,79 @@
+#include "Options.h"
+
 #include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace ornsim {
+namespace {
+
+bool parse(const std::vector<std::string>& args, Options* o, std::string* err) {
+  std::vector<const char*> argv = {"ornsim"};
+  for (const auto& a : args)
+    argv.push_back(a.c_str());
+  return parseOptions(static_cast<int>(argv.size()), argv.data(), o, err);
+}
+
+TEST(Options, ParsesFaultInjection) {
+  Options o;
+  std::string err;
+  ASSERT_TRUE(
+      parse({"--socket", "/s", "--home", "h.json", "--record", "r",
+             "--no-register", "--register-delay-ms", "5", "--no-response",
+             "--response-delay-ms", "7", "--respond", "404:{\"a\":\"b:c\"}",
+             "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:"},
+            &o, &err))
+      << err;
+  EXPECT_EQ(o.socketPath, "/s");
+  EXPECT_EQ(o.homeFile, "h.json");
+  EXPECT_EQ(o.recordFile, "r");
+  EXPECT_TRUE(o.noRegister);
+  EXPECT_EQ(o.registerDelayMs, 5);
+  EXPECT_TRUE(o.noResponse);
+  EXPECT_EQ(o.responseDelayMs, 7);
+  EXPECT_TRUE(o.respond);
+  EXPECT_EQ(o.respondCode, 404);
+  EXPECT_EQ(o.respondData, "{\"a\":\"b:c\"}");
+  ASSERT_EQ(o.emits.size(), 2u);
+  EXPECT_EQ(o.emits[0].eventType, 21);
+  EXPECT_EQ(o.emits[0].delayMs, 100);
+  EXPECT_EQ(o.emits[0].payload, "{\"x\":\"1:2\"}");
+  EXPECT_EQ(o.emits[1].payload, "");
+}
+
+TEST(Options, RespondDataMayBeEmptyAndCodeNegative) {
+  Options o;
+  std::string err;
+  ASSERT_TRUE(parse({"--respond", "-1:"}, &o, &err)) << err;
+  EXPECT_EQ(o.respondCode, -1);
+  EXPECT_EQ(o.respondData, "");
+}
+
+TEST(Options, RejectsBadCommandLines) {
+  static const struct {
+    std::vector<std::string> args;
+  } kCases[] = {
+      {{"--sock", "x"}},
+      {{"--socket"}},
+      {{"--emit", "21:5"}},
+      {{"--emit", "21:-5:x"}},
+      {{"--emit", "x:5:y"}},
+      {{"--respond", "200"}},
+      {{"--respond", ":x"}},
+      {{"--respond", "2x:y"}},
+      {{"--response-delay-ms", "-1"}},
+      {{"--register-delay-ms", "1s"}},
+      {{"--register-delay-ms", "99999999999"}},
+      {{"extra"}},
+  };
+  for (const auto& c : kCases) {
+    Options o;
+    std::string err;
+    EXPECT_FALSE(parse(c.args, &o, &err)) << c.args[0];
+    EXPECT_FALSE(err.empty()) << c.args[0];
+  }
+}
+
+}  // namespace
+}  // namespace ornsim

@@ -20,16 +20,30 @@ Reply fail(int code, const std::string& error, const std::string& message) {
   return {code, errorJson(error, message)};
 }
 
+// One element of a "results" array, naming its endpoint when there is one.
+void writeResult(JsonWriter& w, const char* endpointId, const Reply& r) {
+  w.StartObject();
+  if (endpointId != nullptr)
+    writeMember(w, "endpointId", endpointId);
+  w.Key("responseCode");
+  w.Int(r.code);
+  w.Key("responseData");
+  w.RawValue(r.json.data(), r.json.size(), rapidjson::kObjectType);
+  w.EndObject();
+}
+
 const char kReachableFilter[] =
     "features[name:connectivity].properties[name:reachability].value.value=";
 
-// Splits "a/b/c/" into {"a","b","c"}; the trailing "/" is optional, as the tool sends both.
+// Splits "a/b/c/" into {"a","b","c"}; the trailing "/" is optional, as the tool
+// sends both.
 std::vector<std::string> segments(const std::string& path) {
   std::vector<std::string> parts;
   size_t start = !path.empty() && path[0] == '/' ? 1 : 0;
   for (;;) {
     size_t end = path.find('/', start);
-    parts.push_back(path.substr(start, end == std::string::npos ? end : end - start));
+    parts.push_back(
+        path.substr(start, end == std::string::npos ? end : end - start));
     if (end == std::string::npos)
       break;
     start = end + 1;
@@ -41,12 +55,9 @@ std::vector<std::string> segments(const std::string& path) {
 
 void writeDevice(JsonWriter& w, const Device& d) {
   w.StartObject();
-  w.Key("id");
-  writeString(w, d.id);
-  w.Key("externallyReportedId");
-  writeString(w, d.endpointId);
-  w.Key("friendlyName");
-  writeString(w, d.friendlyName);
+  writeMember(w, "id", d.id);
+  writeMember(w, "externallyReportedId", d.endpointId);
+  writeMember(w, "friendlyName", d.friendlyName);
   w.Key("capabilities");
   w.StartObject();
   w.Key("interfaces");
@@ -59,18 +70,23 @@ void writeDevice(JsonWriter& w, const Device& d) {
 }
 
 Reply deviceList(const Home& home, const std::string& query) {
-  // Only the reachability filter is understood; anything else is refused, not ignored.
+  // Only the reachability filter is understood; anything else is refused, not
+  // ignored.
   std::string wanted;
   if (!query.empty()) {
     const std::string key = "filterExpression=";
-    if (query.compare(0, key.size(), key) != 0 || query.find('&') != std::string::npos)
-      return fail(400, "invalid_query", "only the query filterExpression=... is supported");
+    if (query.compare(0, key.size(), key) != 0 ||
+        query.find('&') != std::string::npos)
+      return fail(400, "invalid_query",
+                  "only the query filterExpression=... is supported");
     const std::string filter = query.substr(key.size());
     if (filter.compare(0, sizeof(kReachableFilter) - 1, kReachableFilter) != 0)
-      return fail(400, "invalid_filter", "unsupported filterExpression: " + filter);
+      return fail(400, "invalid_filter",
+                  "unsupported filterExpression: " + filter);
     wanted = filter.substr(sizeof(kReachableFilter) - 1);
     if (wanted != "OK" && wanted != "UNREACHABLE")
-      return fail(400, "invalid_filter", "reachability is OK or UNREACHABLE, not " + wanted);
+      return fail(400, "invalid_filter",
+                  "reachability is OK or UNREACHABLE, not " + wanted);
   }
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
@@ -85,24 +101,27 @@ Reply deviceList(const Home& home, const std::string& query) {
   return {200, buf.GetString()};
 }
 
-Reply featureState(Home& home, const std::string& id, const std::string& feature) {
+Reply featureState(Home& home, const std::string& id,
+                   const std::string& feature) {
   Device* d = home.findDevice(id);
   if (d == nullptr)
     return fail(404, "unknown_endpoint", "no endpoint " + id);
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   if (!writeFeature(w, *d, feature))
-    return fail(404, "unknown_feature", "endpoint " + id + " has no feature " + feature);
+    return fail(404, "unknown_feature",
+                "endpoint " + id + " has no feature " + feature);
   return {200, buf.GetString()};
 }
 
 // Applies one operation to one device, reporting why not when it cannot.
-Reply applyTo(Device* d, const std::string& id, const OpInfo& op, const OpArgs& args,
-              std::vector<StateChange>* changes) {
+Reply applyTo(Device* d, const std::string& id, const OpInfo& op,
+              const OpArgs& args, std::vector<StateChange>* changes) {
   if (d == nullptr)
     return fail(404, "unknown_endpoint", "no endpoint " + id);
   if (!d->offers(op.nameSpace))
-    return fail(400, "unsupported_interface", id + " does not offer " + op.nameSpace);
+    return fail(400, "unsupported_interface",
+                id + " does not offer " + op.nameSpace);
   if (!d->reachable)
     return fail(503, "endpoint_unreachable", id + " is unreachable");
   for (auto& c : applyOp(*d, op.op, args))
@@ -113,7 +132,8 @@ Reply applyTo(Device* d, const std::string& id, const OpInfo& op, const OpArgs& 
 Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
                      std::vector<StateChange>* changes) {
   if (body == nullptr || !body->IsObject())
-    return fail(400, "invalid_body", "a batch directive needs a JSON object body");
+    return fail(400, "invalid_body",
+                "a batch directive needs a JSON object body");
   const Value* directivePayload = findMember(*body, "directivePayload");
   OpArgs args;
   std::string err;
@@ -126,11 +146,13 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
     if (g == nullptr)
       return fail(404, "unknown_group", "no group " + groupId);
     ids = g->members;
-  } else if (const Value* batch = findMember(*body, "batch"); batch && batch->IsArray()) {
+  } else if (const Value* batch = findMember(*body, "batch");
+             batch && batch->IsArray()) {
     for (const auto& e : batch->GetArray()) {
       std::string id;
       if (!getString(e, "endpointId", &id))
-        return fail(400, "invalid_body", "each \"batch\" element needs a string \"endpointId\"");
+        return fail(400, "invalid_body",
+                    "each \"batch\" element needs a string \"endpointId\"");
       ids.push_back(id);
     }
   } else {
@@ -143,15 +165,8 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
   w.StartArray();
   for (const auto& id : ids) {
     // Unknown endpoints fail alone; the rest of the batch still applies.
-    Reply r = applyTo(home.findDevice(id), id, op, args, changes);
-    w.StartObject();
-    w.Key("endpointId");
-    writeString(w, id);
-    w.Key("responseCode");
-    w.Int(r.code);
-    w.Key("responseData");
-    w.RawValue(r.json.data(), r.json.size(), rapidjson::kObjectType);
-    w.EndObject();
+    writeResult(w, id.c_str(),
+                applyTo(home.findDevice(id), id, op, args, changes));
   }
   w.EndArray();
   w.EndObject();
@@ -173,7 +188,8 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
   const bool endpoints = s.size() >= 2 && s[0] == "v2" && s[1] == "endpoints";
   auto wrongMethod = [&](const char* wanted) {
     return fail(405, "method_not_allowed",
-                std::string(wanted) + " " + path + " is the only method, not \"" + method + "\"");
+                std::string(wanted) + " " + path +
+                    " is the only method, not \"" + method + "\"");
   };
   if (endpoints && s.size() == 2) {
     if (method != "GET")
@@ -188,7 +204,8 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
   if (endpoints && s.size() == 6 && s[2] == "batch" && s[3] == "interfaces") {
     const OpInfo* op = findQfiOp(s[4], s[5]);
     if (op == nullptr)
-      return fail(404, "unknown_directive", "no directive " + s[5] + " for " + s[4]);
+      return fail(404, "unknown_directive",
+                  "no directive " + s[5] + " for " + s[4]);
     if (method != "POST")
       return wrongMethod("POST");
     return batchDirective(home, *op, body, changes);
@@ -200,10 +217,8 @@ Reply reportState(Device& d) {
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();
-  w.Key("entityId");
-  writeString(w, d.id);
-  w.Key("endpointId");
-  writeString(w, d.endpointId);
+  writeMember(w, "entityId", d.id);
+  writeMember(w, "endpointId", d.endpointId);
   w.Key("name");
   w.String("StateReport");
   w.Key("features");
@@ -220,10 +235,13 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
   std::string nameSpace, name;
   if (header == nullptr || !getString(*header, "namespace", &nameSpace) ||
       !getString(*header, "name", &name))
-    return fail(400, "invalid_dfi", "a DFI request needs \"header\" with \"namespace\" and \"name\"");
+    return fail(
+        400, "invalid_dfi",
+        "a DFI request needs \"header\" with \"namespace\" and \"name\"");
   if (nameSpace == "Tessel.DeviceManager") {
     if (name != "GetDevices")
-      return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
+      return fail(400, "unknown_directive",
+                  "no directive " + name + " in " + nameSpace);
     return deviceList(home, "");
   }
   const OpInfo* op = findDfiOp(nameSpace, name);
@@ -231,7 +249,8 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
   if (op == nullptr && !report) {
     if (nameSpace != "Corva" && !knownNamespace(nameSpace))
       return fail(400, "unknown_namespace", "no namespace " + nameSpace);
-    return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
+    return fail(400, "unknown_directive",
+                "no directive " + name + " in " + nameSpace);
   }
   // The endpoint id wins; the entity id is the fallback.
   std::string endpointId, entityId;
@@ -255,8 +274,8 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
   return applyTo(d, id, *op, args, changes);
 }
 
-// Type 1 and 3: {"qfi":{..},"dfi":[..]}. One operation answers as itself; several answer
-// together in "results".
+// Type 1 and 3: {"qfi":{..},"dfi":[..]}. One operation answers as itself;
+// several answer together in "results".
 HandlerResult requestPayload(Home& home, const Value& doc) {
   HandlerResult result;
   std::vector<Reply> replies;
@@ -269,9 +288,11 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
   else if (dfis != nullptr)
     for (const auto& d : dfis->GetArray())
       replies.push_back(d.IsObject() ? dfi(home, d, &result.changes)
-                                     : fail(400, "invalid_dfi", "a DFI request must be an object"));
+                                     : fail(400, "invalid_dfi",
+                                            "a DFI request must be an object"));
   if (replies.empty()) {
-    Reply r = fail(400, "empty_request", "the payload holds no QFI or DFI request");
+    Reply r =
+        fail(400, "empty_request", "the payload holds no QFI or DFI request");
     result.code = r.code;
     result.data = r.json;
     return result;
@@ -289,12 +310,7 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
   bool allOk = true;
   for (const auto& r : replies) {
     allOk = allOk && r.code < 300;
-    w.StartObject();
-    w.Key("responseCode");
-    w.Int(r.code);
-    w.Key("responseData");
-    w.RawValue(r.json.data(), r.json.size(), rapidjson::kObjectType);
-    w.EndObject();
+    writeResult(w, nullptr, r);
   }
   w.EndArray();
   w.EndObject();
@@ -305,8 +321,7 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
 
 void writeSubscription(JsonWriter& w, const Subscription& s) {
   w.StartObject();
-  w.Key("subscriptionId");
-  writeString(w, s.id);
+  writeMember(w, "subscriptionId", s.id);
   w.Key("entities");
   w.StartObject();
   if (!s.endpointId.empty()) {
@@ -314,14 +329,12 @@ void writeSubscription(JsonWriter& w, const Subscription& s) {
     w.StartObject();
     w.Key("type");
     w.String("Endpoint");
-    w.Key("id");
-    writeString(w, s.endpointId);
+    writeMember(w, "id", s.endpointId);
     w.EndObject();
   } else {
     w.Key("endpointGroup");
     w.StartObject();
-    w.Key("id");
-    writeString(w, s.groupId);
+    writeMember(w, "id", s.groupId);
     w.EndObject();
   }
   w.EndObject();
@@ -329,27 +342,31 @@ void writeSubscription(JsonWriter& w, const Subscription& s) {
   w.StartArray();
   for (const auto& t : s.eventTypes) {
     w.StartObject();
-    w.Key("namespace");
-    writeString(w, t.nameSpace);
-    w.Key("name");
-    writeString(w, t.name);
+    writeMember(w, "namespace", t.nameSpace);
+    writeMember(w, "name", t.name);
     w.EndObject();
   }
   w.EndArray();
   w.EndObject();
 }
 
-// Reads one subscription element; false with *err when it names no known entity.
-bool readSubscription(const Home& home, const Value& v, Subscription* s, std::string* err) {
+// Reads one subscription element; false with *err when it names no known
+// entity.
+bool readSubscription(const Home& home, const Value& v, Subscription* s,
+                      std::string* err) {
   const Value* entities = findMember(v, "entities");
-  const Value* endpoint = entities ? findMember(*entities, "endpoint") : nullptr;
-  const Value* group = entities ? findMember(*entities, "endpointGroup") : nullptr;
+  const Value* endpoint =
+      entities ? findMember(*entities, "endpoint") : nullptr;
+  const Value* group =
+      entities ? findMember(*entities, "endpointGroup") : nullptr;
   if (endpoint != nullptr)
     getString(*endpoint, "id", &s->endpointId);
   if (s->endpointId.empty() && group != nullptr)
     getString(*group, "id", &s->groupId);
   if (s->endpointId.empty() && s->groupId.empty()) {
-    *err = "each subscription needs \"entities\" with an endpoint or endpointGroup id";
+    *err =
+        "each subscription needs \"entities\" with an endpoint or "
+        "endpointGroup id";
     return false;
   }
   if (!s->endpointId.empty() && home.findDevice(s->endpointId) == nullptr) {
@@ -360,7 +377,8 @@ bool readSubscription(const Home& home, const Value& v, Subscription* s, std::st
     *err = "no group " + s->groupId;
     return false;
   }
-  if (const Value* types = findMember(v, "eventTypes"); types && types->IsArray())
+  if (const Value* types = findMember(v, "eventTypes");
+      types && types->IsArray())
     for (const auto& t : types->GetArray()) {
       EventTypeRef ref;
       if (!getString(t, "namespace", &ref.nameSpace)) {
@@ -373,24 +391,28 @@ bool readSubscription(const Home& home, const Value& v, Subscription* s, std::st
   return true;
 }
 
-Reply subscription(const Home& home, Subscriptions& subs, const std::string& client,
-                   const Value& doc) {
+Reply subscription(const Home& home, Subscriptions& subs,
+                   const std::string& client, const Value& doc) {
   std::string operation;
   if (!getString(doc, "operation", &operation))
-    return fail(400, "invalid_subscription", "the request needs a string \"operation\"");
+    return fail(400, "invalid_subscription",
+                "the request needs a string \"operation\"");
   const Value* list = findMember(doc, "subscriptions");
   if (list != nullptr && !list->IsArray())
-    return fail(400, "invalid_subscription", "\"subscriptions\" must be an array");
+    return fail(400, "invalid_subscription",
+                "\"subscriptions\" must be an array");
   if (operation != "create" && operation != "delete" && operation != "get")
-    return fail(400, "unknown_operation", "no subscription operation " + operation);
+    return fail(400, "unknown_operation",
+                "no subscription operation " + operation);
   std::vector<Subscription> given;
   if (list != nullptr && operation != "get")
     for (const auto& v : list->GetArray()) {
       Subscription s;
       std::string err;
       if (!readSubscription(home, v, &s, &err))
-        return fail(operation == "create" && err.compare(0, 3, "no ") == 0 ? 404 : 400,
-                    "invalid_subscription", err);
+        return fail(
+            operation == "create" && err.compare(0, 3, "no ") == 0 ? 404 : 400,
+            "invalid_subscription", err);
       given.push_back(std::move(s));
     }
   rapidjson::StringBuffer buf;
@@ -403,7 +425,8 @@ Reply subscription(const Home& home, Subscriptions& subs, const std::string& cli
     w.Key("deleted");
     w.Int(removed);
   } else {
-    std::vector<Subscription> shown = operation == "get" ? subs.of(client) : std::vector<Subscription>{};
+    std::vector<Subscription> shown =
+        operation == "get" ? subs.of(client) : std::vector<Subscription>{};
     if (operation == "create")
       for (auto& s : given)
         shown.push_back(subs.add(client, std::move(s)));
@@ -419,18 +442,20 @@ Reply subscription(const Home& home, Subscriptions& subs, const std::string& cli
 
 }  // namespace
 
-HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
-                            int requestType, const std::string& payload) {
+HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
+                            const std::string& client, int requestType,
+                            const std::string& payload) {
   HandlerResult result;
   rapidjson::Document doc;
   doc.Parse(payload.data(), payload.size());
   Reply r{0, ""};
   if (requestType != 1 && requestType != 2 && requestType != 3) {
-    r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
+    r = fail(400, "unknown_request_type",
+             "no request type " + std::to_string(requestType));
   } else if (doc.HasParseError()) {
     r = fail(400, "invalid_json",
-             std::string(rapidjson::GetParseError_En(doc.GetParseError())) + " at offset " +
-                 std::to_string(doc.GetErrorOffset()));
+             std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
+                 " at offset " + std::to_string(doc.GetErrorOffset()));
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
   } else if (requestType == 2) {
@@ -447,16 +472,13 @@ std::string stateChangePayload(const StateChange& change) {
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();
-  w.Key("entityId");
-  writeString(w, change.entityId);
-  w.Key("endpointId");
-  writeString(w, change.endpointId);
-  w.Key("namespace");
-  writeString(w, change.nameSpace);
-  w.Key("name");
-  writeString(w, change.name);
+  writeMember(w, "entityId", change.entityId);
+  writeMember(w, "endpointId", change.endpointId);
+  writeMember(w, "namespace", change.nameSpace);
+  writeMember(w, "name", change.name);
   w.Key("value");
-  w.RawValue(change.valueJson.data(), change.valueJson.size(), rapidjson::kObjectType);
+  w.RawValue(change.valueJson.data(), change.valueJson.size(),
+             rapidjson::kObjectType);
   w.EndObject();
   return buf.GetString();
 }

@@ -1,4 +1,5 @@
-// RequestHandler: what the simulated service answers, as a pure function of its state.
+// RequestHandler: what the simulated service answers, as a pure function of its
+// state.
 #pragma once
 
 #include <string>
@@ -11,14 +12,16 @@ namespace ornsim {
 
 struct HandlerResult {
   int code = 200;
-  std::string data;  // JSON text
+  std::string data;                  // JSON text
   std::vector<StateChange> changes;  // to be published as event 21
 };
 
-// Answers one request of `requestType` (1 QFI/DFI, 2 subscriptions, 3 state) from `client`,
-// updating home and subscriptions. Bad requests get a 4xx code and {"error":..,"message":..}.
-HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
-                            int requestType, const std::string& payload);
+// Answers one request of `requestType` (1 QFI/DFI, 2 subscriptions, 3 state)
+// from `client`, updating home and subscriptions. Bad requests get a 4xx code
+// and {"error":..,"message":..}.
+HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
+                            const std::string& client, int requestType,
+                            const std::string& payload);
 
 // The JSON payload of the state-change event for `change`.
 std::string stateChangePayload(const StateChange& change);

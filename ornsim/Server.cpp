@@ -1,15 +1,14 @@
-// Server: accepting clients, the handshake, fault injection and per-client framing.
+// Server: accepting clients, the handshake, fault injection and per-client
+// framing.
 #include "Server.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <deque>
 
 #include "Frame.h"
+#include "JsonText.h"
 #include "Message.h"
 #include "RequestHandler.h"
 #include "Socket.h"
@@ -17,9 +16,10 @@
 namespace ornsim {
 namespace {
 
+using ornwick::qipc::encodeFrame;
+using ornwick::qipc::encodeMessage;
 using ornwick::qipc::Message;
 using ornwick::qipc::MessageKind;
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
 // Bytes queued for a client that is not reading; past this it is cut off.
 constexpr size_t kMaxPendingBytes = 8u << 20;
@@ -28,16 +28,11 @@ constexpr int kConnectionStatusEvent = 20;
 constexpr int kClientRegisteredEvent = 23;
 constexpr int kStateChangeEvent = 21;
 
-void writeString(Writer& w, const std::string& s) {
-  w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
-}
-
 std::string registrationRecord(const std::string& name, int type) {
   rapidjson::StringBuffer buf;
-  Writer w(buf);
+  JsonWriter w(buf);
   w.StartObject();
-  w.Key("register");
-  writeString(w, name);
+  writeMember(w, "register", name);
   w.Key("connectorType");
   w.Int(type);
   w.EndObject();
@@ -46,28 +41,24 @@ std::string registrationRecord(const std::string& name, int type) {
 
 std::string requestRecord(const std::string& client, const Message& m) {
   rapidjson::StringBuffer buf;
-  Writer w(buf);
+  JsonWriter w(buf);
   w.StartObject();
-  w.Key("client");
-  writeString(w, client);
+  writeMember(w, "client", client);
   w.Key("sync");
   w.Bool(m.sync);
-  w.Key("requestId");
-  writeString(w, m.id);
+  writeMember(w, "requestId", m.id);
   w.Key("requestType");
   w.Int(m.type);
-  w.Key("payload");
-  writeString(w, m.text);
+  writeMember(w, "payload", m.text);
   w.EndObject();
   return buf.GetString();
 }
 
 std::string registeredPayload(const std::string& name) {
   rapidjson::StringBuffer buf;
-  Writer w(buf);
+  JsonWriter w(buf);
   w.StartObject();
-  w.Key("clientName");
-  writeString(w, name);
+  writeMember(w, "clientName", name);
   w.Key("status");
   w.String("REGISTERED");
   w.EndObject();
@@ -105,11 +96,20 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       return;
     std::string frame;
     if (!ornwick::qipc::encodeFrame(ornwick::qipc::encodeMessage(m), &frame)) {
-      fprintf(stderr, "ornsim: dropping a message over the frame limit\n");
-      return;
+      fprintf(stderr, "ornsim: a message to %s is over the frame limit\n",
+              name_.c_str());
+      if (m.kind != MessageKind::kResponse)
+        return;
+      // The waiting request still gets an answer, just not the oversized one.
+      Message tooLarge = m;
+      tooLarge.code = 500;
+      tooLarge.text =
+          errorJson("response_too_large", "the answer exceeds the frame limit");
+      encodeFrame(encodeMessage(tooLarge), &frame);
     }
     if (pendingBytes_ + frame.size() > kMaxPendingBytes) {
-      fprintf(stderr, "ornsim: client %s is not reading; cutting it off\n", name_.c_str());
+      fprintf(stderr, "ornsim: client %s is not reading; cutting it off\n",
+              name_.c_str());
       close();
       return;
     }
@@ -124,12 +124,13 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       send(m);
       return;
     }
-    auto timer = std::make_shared<asio::steady_timer>(server_.io_,
-                                                      std::chrono::milliseconds(delayMs));
-    timer->async_wait([self = shared_from_this(), timer, m](const asio::error_code& ec) {
-      if (!ec)
-        self->send(m);
-    });
+    auto timer = std::make_shared<asio::steady_timer>(
+        server_.io_, std::chrono::milliseconds(delayMs));
+    timer->async_wait(
+        [self = shared_from_this(), timer, m](const asio::error_code& ec) {
+          if (!ec)
+            self->send(m);
+        });
   }
 
   bool registered() const { return registered_; }
@@ -147,7 +148,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
  private:
   void read() {
     socket_.async_read_some(
-        asio::buffer(buf_), [self = shared_from_this()](const asio::error_code& ec, size_t n) {
+        asio::buffer(buf_),
+        [self = shared_from_this()](const asio::error_code& ec, size_t n) {
           if (ec) {
             self->close();
             return;
@@ -168,13 +170,14 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       Message m;
       if (status == ornwick::qipc::FrameDecoder::Status::kError ||
           !ornwick::qipc::decodeMessage(body, &m, &err)) {
-        fprintf(stderr, "ornsim: protocol error from client %s: %s\n", name_.c_str(),
-                err.c_str());
+        fprintf(stderr, "ornsim: protocol error from client %s: %s\n",
+                name_.c_str(), err.c_str());
         close();
         return false;
       }
       if (!handle(m)) {
-        fprintf(stderr, "ornsim: unexpected message from client %s\n", name_.c_str());
+        fprintf(stderr, "ornsim: unexpected message from client %s\n",
+                name_.c_str());
         close();
         return false;
       }
@@ -190,7 +193,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       registered_ = true;
       server_.record(registrationRecord(m.text, m.type));
       if (!o.noRegister)
-        sendLater(o.registerDelayMs, event(kClientRegisteredEvent, registeredPayload(name_)));
+        sendLater(o.registerDelayMs,
+                  event(kClientRegisteredEvent, registeredPayload(name_)));
       for (const auto& e : o.emits)
         sendLater(e.delayMs, event(e.eventType, e.payload));
       return true;
@@ -207,8 +211,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       response.code = o.respondCode;
       response.text = o.respondData;
     } else {
-      HandlerResult result =
-          handleRequest(server_.home_, server_.subscriptions_, name_, m.type, m.text);
+      HandlerResult result = handleRequest(
+          server_.home_, server_.subscriptions_, name_, m.type, m.text);
       response.code = result.code;
       response.text = std::move(result.data);
       for (const auto& change : result.changes)
@@ -219,17 +223,18 @@ class Server::Session : public std::enable_shared_from_this<Session> {
   }
 
   void write() {
-    asio::async_write(socket_, asio::buffer(outbox_.front()),
-                      [self = shared_from_this()](const asio::error_code& ec, size_t) {
-                        if (ec) {
-                          self->close();
-                          return;
-                        }
-                        self->pendingBytes_ -= self->outbox_.front().size();
-                        self->outbox_.pop_front();
-                        if (!self->outbox_.empty())
-                          self->write();
-                      });
+    asio::async_write(
+        socket_, asio::buffer(outbox_.front()),
+        [self = shared_from_this()](const asio::error_code& ec, size_t) {
+          if (ec) {
+            self->close();
+            return;
+          }
+          self->pendingBytes_ -= self->outbox_.front().size();
+          self->outbox_.pop_front();
+          if (!self->outbox_.empty())
+            self->write();
+        });
   }
 
   Server& server_;
@@ -244,7 +249,11 @@ class Server::Session : public std::enable_shared_from_this<Session> {
 };
 
 Server::Server(asio::io_context& io, const Options& options, Home home)
-    : io_(io), options_(options), home_(std::move(home)), acceptor_(io), acceptRetry_(io) {}
+    : io_(io),
+      options_(options),
+      home_(std::move(home)),
+      acceptor_(io),
+      acceptRetry_(io) {}
 
 Server::~Server() {
   shutdown();
@@ -305,25 +314,26 @@ void Server::shutdown() {
 }
 
 void Server::accept() {
-  acceptor_.async_accept(
-      [this](const asio::error_code& ec, asio::local::stream_protocol::socket socket) {
-        if (ec == asio::error::operation_aborted)
-          return;
-        if (ec) {
-          // Out of descriptors and the like: retrying at once would spin; back off briefly.
-          fprintf(stderr, "ornsim: accept: %s\n", ec.message().c_str());
-          acceptRetry_.expires_after(std::chrono::milliseconds(100));
-          acceptRetry_.async_wait([this](const asio::error_code& waited) {
-            if (!waited)
-              accept();
-          });
-          return;
-        }
-        auto session = std::make_shared<Session>(*this, std::move(socket));
-        sessions_.insert(session);
-        session->start();
-        accept();
+  acceptor_.async_accept([this](const asio::error_code& ec,
+                                asio::local::stream_protocol::socket socket) {
+    if (ec == asio::error::operation_aborted)
+      return;
+    if (ec) {
+      // Out of descriptors and the like: retrying at once would spin; back off
+      // briefly.
+      fprintf(stderr, "ornsim: accept: %s\n", ec.message().c_str());
+      acceptRetry_.expires_after(std::chrono::milliseconds(100));
+      acceptRetry_.async_wait([this](const asio::error_code& waited) {
+        if (!waited)
+          accept();
       });
+      return;
+    }
+    auto session = std::make_shared<Session>(*this, std::move(socket));
+    sessions_.insert(session);
+    session->start();
+    accept();
+  });
 }
 
 void Server::record(const std::string& line) {
@@ -335,7 +345,8 @@ void Server::record(const std::string& line) {
 }
 
 void Server::publish(const StateChange& change) {
-  const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
+  const std::set<std::string> clients =
+      subscriptions_.subscribers(home_, change);
   if (clients.empty())
     return;
   Message m = event(kStateChangeEvent, stateChangePayload(change));

@@ -1,4 +1,5 @@
-// Server: ornsim's listening socket and client sessions, on one Asio event loop.
+// Server: ornsim's listening socket and client sessions, on one Asio event
+// loop.
 #pragma once
 
 #include <asio.hpp>
@@ -20,8 +21,8 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Opens the record file, binds an owner-only socket at `path` and starts accepting.
-  // Returns false and sets *err when any of that fails.
+  // Opens the record file, binds an owner-only socket at `path` and starts
+  // accepting. Returns false and sets *err when any of that fails.
   bool start(const std::string& path, std::string* err);
 
   // Stops accepting, drops every client and removes the socket file.

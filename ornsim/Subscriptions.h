@@ -26,22 +26,26 @@ struct EventTypeRef {
 
 struct Subscription {
   std::string id;
-  std::string endpointId;  // set for an endpoint subscription (entity or endpoint id)
-  std::string groupId;     // set for a group subscription
+  std::string
+      endpointId;  // set for an endpoint subscription (entity or endpoint id)
+  std::string groupId;                   // set for a group subscription
   std::vector<EventTypeRef> eventTypes;  // empty: every event
 };
 
-// Subscriptions outlive connections: a later client with the same name inherits them.
+// Subscriptions outlive connections: a later client with the same name inherits
+// them.
 class Subscriptions {
  public:
   // Stores s for `client` and returns it with its new id.
   const Subscription& add(const std::string& client, Subscription s);
-  // Removes the client's subscriptions on this endpoint or group; returns how many.
+  // Removes the client's subscriptions on this endpoint or group; returns how
+  // many.
   int remove(const std::string& client, const std::string& endpointId,
              const std::string& groupId);
   std::vector<Subscription> of(const std::string& client) const;
   // Names of the clients that have a subscription matching `change`.
-  std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
+  std::set<std::string> subscribers(const Home& home,
+                                    const StateChange& change) const;
 
  private:
   std::map<std::string, std::vector<Subscription>> byClient_;

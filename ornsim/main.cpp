@@ -1,4 +1,5 @@
-// ornsim: a stand-in for the device-control service, for trying orncli without hardware.
+// ornsim: a stand-in for the device-control service, for trying orncli without
+// hardware.
 #include <signal.h>
 
 #include <asio.hpp>
@@ -25,23 +26,34 @@ int main(int argc, char** argv) {
     std::vector<std::string> problems;
     if (!ornsim::loadHome(options.homeFile, &home, &problems)) {
       for (const auto& p : problems)
-        fprintf(stderr, "ornsim: %s: %s\n", options.homeFile.c_str(), p.c_str());
+        fprintf(stderr, "ornsim: %s: %s\n", options.homeFile.c_str(),
+                p.c_str());
       return 2;
     }
   }
-  // A client that vanishes mid-write, or a closed stdout, must not end the service.
+  // A client that vanishes mid-write, or a closed stdout, must not end the
+  // service.
   signal(SIGPIPE, SIG_IGN);
 
   asio::io_context io;
   ornsim::Server server(io, options, std::move(home));
-  const std::string path =
-      options.socketPath.empty() ? ornwick::qipc::socketPath() : options.socketPath;
+  const std::string path = options.socketPath.empty()
+                               ? ornwick::qipc::socketPath()
+                               : options.socketPath;
   if (!server.start(path, &err)) {
     fprintf(stderr, "ornsim: %s\n", err.c_str());
     return 2;
   }
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const asio::error_code&, int) {
+    // A second signal during teardown (a supervisor's follow-up SIGTERM) must
+    // not turn a clean exit into death by signal once the handlers are gone;
+    // keep them pending instead.
+    sigset_t stopping;
+    sigemptyset(&stopping);
+    sigaddset(&stopping, SIGINT);
+    sigaddset(&stopping, SIGTERM);
+    sigprocmask(SIG_BLOCK, &stopping, nullptr);
     server.shutdown();
     io.stop();
   });

@@ -1,4 +1,5 @@
-// QIPC framing: a 4-byte big-endian length followed by that many bytes of one JSON message.
+// QIPC framing: a 4-byte big-endian length followed by that many bytes of one
+// JSON message.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +9,13 @@
 namespace ornwick {
 namespace qipc {
 
-// Frames above this are a protocol error; both ends refuse to send or accept them.
+// Frames above this are a protocol error; both ends refuse to send or accept
+// them.
 constexpr uint32_t kMaxFrameSize = 1u << 20;
 constexpr size_t kFrameHeaderSize = 4;
 
-// Returns the frame for `body`; false (and *out untouched) when body exceeds kMaxFrameSize.
+// Returns the frame for `body`; false (and *out untouched) when body exceeds
+// kMaxFrameSize.
 bool encodeFrame(const std::string& body, std::string* out);
 
 // Splits a byte stream into frame bodies, whatever the read sizes were.
@@ -24,7 +27,8 @@ class FrameDecoder {
   void feed(const char* data, size_t size);
 
   // kFrame: *body holds the next frame's body. kNeedMore: wait for more bytes.
-  // kError: zero-length or oversized frame; *err says which and the stream is unusable.
+  // kError: zero-length or oversized frame; *err says which and the stream is
+  // unusable.
   Status next(std::string* body, std::string* err);
 
   // Bytes fed but not yet returned as frames.

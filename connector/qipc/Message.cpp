@@ -37,15 +37,23 @@ bool getInt(const rapidjson::Value& obj, const char* key, int* out) {
   return true;
 }
 
-void writeString(rapidjson::Writer<rapidjson::StringBuffer>& w, const std::string& s) {
+using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
+
+void writeString(Writer& w, const char* key, const std::string& s) {
+  w.Key(key);
   w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
+}
+
+void writeInt(Writer& w, const char* key, int value) {
+  w.Key(key);
+  w.Int(value);
 }
 
 }  // namespace
 
 std::string encodeMessage(const Message& m) {
   rapidjson::StringBuffer buf;
-  rapidjson::Writer<rapidjson::StringBuffer> w(buf);
+  Writer w(buf);
   w.StartObject();
   w.Key("kind");
   for (const auto& k : kKinds)
@@ -53,34 +61,24 @@ std::string encodeMessage(const Message& m) {
       w.String(k.name);
   switch (m.kind) {
     case MessageKind::kEvent:
-      w.Key("eventType");
-      w.Int(m.type);
-      w.Key("payload");
-      writeString(w, m.text);
+      writeInt(w, "eventType", m.type);
+      writeString(w, "payload", m.text);
       break;
     case MessageKind::kRegister:
-      w.Key("clientName");
-      writeString(w, m.text);
-      w.Key("connectorType");
-      w.Int(m.type);
+      writeString(w, "clientName", m.text);
+      writeInt(w, "connectorType", m.type);
       break;
     case MessageKind::kRequest:
-      w.Key("requestId");
-      writeString(w, m.id);
-      w.Key("requestType");
-      w.Int(m.type);
+      writeString(w, "requestId", m.id);
+      writeInt(w, "requestType", m.type);
       w.Key("sync");
       w.Bool(m.sync);
-      w.Key("payload");
-      writeString(w, m.text);
+      writeString(w, "payload", m.text);
       break;
     case MessageKind::kResponse:
-      w.Key("requestId");
-      writeString(w, m.id);
-      w.Key("responseCode");
-      w.Int(m.code);
-      w.Key("responseData");
-      writeString(w, m.text);
+      writeString(w, "requestId", m.id);
+      writeInt(w, "responseCode", m.code);
+      writeString(w, "responseData", m.text);
       break;
   }
   w.EndObject();
@@ -91,8 +89,9 @@ bool decodeMessage(const std::string& text, Message* m, std::string* err) {
   rapidjson::Document doc;
   doc.Parse(text.data(), text.size());
   if (doc.HasParseError()) {
-    *err = std::string("bad message JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
-           " at offset " + std::to_string(doc.GetErrorOffset());
+    *err = std::string("bad message JSON: ") +
+           rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
+           std::to_string(doc.GetErrorOffset());
     return false;
   }
   if (!doc.IsObject()) {
@@ -117,20 +116,25 @@ bool decodeMessage(const std::string& text, Message* m, std::string* err) {
   bool ok = false;
   switch (m->kind) {
     case MessageKind::kEvent:
-      ok = getInt(doc, "eventType", &m->type) && getString(doc, "payload", &m->text);
+      ok = getInt(doc, "eventType", &m->type) &&
+           getString(doc, "payload", &m->text);
       break;
     case MessageKind::kRegister:
-      ok = getString(doc, "clientName", &m->text) && getInt(doc, "connectorType", &m->type);
+      ok = getString(doc, "clientName", &m->text) &&
+           getInt(doc, "connectorType", &m->type);
       break;
     case MessageKind::kRequest: {
-      ok = getString(doc, "requestId", &m->id) && getInt(doc, "requestType", &m->type) &&
+      ok = getString(doc, "requestId", &m->id) &&
+           getInt(doc, "requestType", &m->type) &&
            getString(doc, "payload", &m->text);
       auto it = doc.FindMember("sync");
-      m->sync = it != doc.MemberEnd() && it->value.IsBool() && it->value.GetBool();
+      m->sync =
+          it != doc.MemberEnd() && it->value.IsBool() && it->value.GetBool();
       break;
     }
     case MessageKind::kResponse:
-      ok = getString(doc, "requestId", &m->id) && getInt(doc, "responseCode", &m->code) &&
+      ok = getString(doc, "requestId", &m->id) &&
+           getInt(doc, "responseCode", &m->code) &&
            getString(doc, "responseData", &m->text);
       break;
   }

@@ -1,4 +1,5 @@
-// QIPC messages: the JSON objects carried one per frame between client and service.
+// QIPC messages: the JSON objects carried one per frame between client and
+// service.
 #pragma once
 
 #include <string>
@@ -9,8 +10,9 @@ namespace qipc {
 enum class MessageKind {
   kEvent,     // service -> client: type = event type, text = payload
   kRegister,  // client -> service: type = connector type, text = client name
-  kRequest,   // client -> service: id, type = request type, text = payload, sync
-  kResponse,  // service -> client: id, code = response code, text = response data
+  kRequest,  // client -> service: id, type = request type, text = payload, sync
+  kResponse,  // service -> client: id, code = response code, text = response
+              // data
 };
 
 struct Message {

@@ -2,10 +2,13 @@
 // requests that ornsim recorded.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
 #include <string>
 #include <vector>
+
+#include "OrnTestSupport.h"
 
 namespace clitest {
 
@@ -42,6 +45,17 @@ inline bool parseRequestLine(const std::string& line, RecordedRequest* out) {
   out->requestType = type->value.GetInt();
   out->payload.assign(payload->value.GetString(), payload->value.GetStringLength());
   return true;
+}
+
+// The requests sim has recorded so far, parsed; a line that does not parse fails the test.
+inline std::vector<RecordedRequest> recorded(const orntest::Ornsim& sim) {
+  std::vector<RecordedRequest> requests;
+  for (const std::string& line : sim.recordedRequests()) {
+    RecordedRequest request;
+    EXPECT_TRUE(parseRequestLine(line, &request)) << line;
+    requests.push_back(request);
+  }
+  return requests;
 }
 
 inline std::string joinArgs(const std::vector<std::string>& args) {

@@ -1,8 +1,10 @@
-// The connector client library against a real ornsim, and against a hand-made bad service.
+// The connector client library against a real ornsim, and against a hand-made
+// bad service.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -10,10 +12,12 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -87,8 +91,9 @@ class Recorder : public IORNEventHandler {
 
  private:
   size_t countLocked(int type) const {
-    return static_cast<size_t>(std::count_if(events_.begin(), events_.end(),
-                                             [&](const ORNEvent& e) { return e.eventType == type; }));
+    return static_cast<size_t>(
+        std::count_if(events_.begin(), events_.end(),
+                      [&](const ORNEvent& e) { return e.eventType == type; }));
   }
   std::mutex mu_;
   std::condition_variable cv_;
@@ -99,7 +104,9 @@ class Recorder : public IORNEventHandler {
 };
 
 // Points the library at `path` for the clients this test creates.
-void useSocket(const std::string& path) { setenv("ORN_QIPC_SOCKET", path.c_str(), 1); }
+void useSocket(const std::string& path) {
+  setenv("ORN_QIPC_SOCKET", path.c_str(), 1);
+}
 
 struct Connected {
   std::shared_ptr<Recorder> handler = std::make_shared<Recorder>();
@@ -107,7 +114,8 @@ struct Connected {
 };
 
 // A client of `sim`, registered under `name`.
-std::unique_ptr<Connected> connectTo(const std::string& socket, const std::string& name) {
+std::unique_ptr<Connected> connectTo(const std::string& socket,
+                                     const std::string& name) {
   useSocket(socket);
   auto c = std::make_unique<Connected>();
   if (!c->client->initialize(c->handler, ConnectorType::kLocalService, name) ||
@@ -116,7 +124,8 @@ std::unique_ptr<Connected> connectTo(const std::string& socket, const std::strin
   return c;
 }
 
-std::shared_ptr<ORNRequest> request(ORNClient& client, int type, const std::string& payload) {
+std::shared_ptr<ORNRequest> request(ORNClient& client, int type,
+                                    const std::string& payload) {
   auto r = std::make_shared<ORNRequest>();
   r->requestId = client.generateRequestId();
   r->requestType = type;
@@ -124,7 +133,8 @@ std::shared_ptr<ORNRequest> request(ORNClient& client, int type, const std::stri
   return r;
 }
 
-const char kDevices[] = R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
+const char kDevices[] =
+    R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
 
 // Waits for the record file to hold `count` lines.
 bool waitRecordLines(const orntest::Ornsim& sim, size_t count) {
@@ -132,7 +142,8 @@ bool waitRecordLines(const orntest::Ornsim& sim, size_t count) {
   while (sim.recordLines().size() < count) {
     if (Clock::now() > deadline)
       return false;
-    // The record file has no change notification we could wait on; poll it briefly.
+    // The record file has no change notification we could wait on; poll it
+    // briefly.
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   return true;
@@ -146,7 +157,8 @@ class FakeService {
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     strncpy(addr.sun_path, path_.c_str(), sizeof(addr.sun_path) - 1);
-    ok_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
+    ok_ = fd_ >= 0 &&
+          bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
           listen(fd_, 8) == 0;
   }
   ~FakeService() {
@@ -164,15 +176,22 @@ class FakeService {
   bool ok_ = false;
 };
 
+// Bytes one side sends that the other must treat as a protocol error.
+struct BadBytes {
+  const char* name;
+  std::string bytes;
+};
+
 std::string frame(const std::string& body) {
   const auto n = static_cast<uint32_t>(body.size());
-  std::string f{static_cast<char>(n >> 24), static_cast<char>(n >> 16), static_cast<char>(n >> 8),
-                static_cast<char>(n)};
+  std::string f{static_cast<char>(n >> 24), static_cast<char>(n >> 16),
+                static_cast<char>(n >> 8), static_cast<char>(n)};
   return f + body;
 }
 
 bool sendAll(int fd, const std::string& bytes) {
-  return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+         static_cast<ssize_t>(bytes.size());
 }
 
 // Reads until the peer closes; true when it did so (rather than erroring).
@@ -192,7 +211,8 @@ std::string readFrame(int fd) {
   unsigned char h[4];
   if (recv(fd, h, 4, MSG_WAITALL) != 4)
     return "";
-  const size_t n = (size_t{h[0]} << 24) | (size_t{h[1]} << 16) | (size_t{h[2]} << 8) | h[3];
+  const size_t n =
+      (size_t{h[0]} << 24) | (size_t{h[1]} << 16) | (size_t{h[2]} << 8) | h[3];
   std::string body(n, '\0');
   if (recv(fd, body.data(), n, MSG_WAITALL) != static_cast<ssize_t>(n))
     return "";
@@ -239,13 +259,16 @@ TEST(Connector, SyncRequestReturnsItsResponseOnlyToTheCaller) {
   EXPECT_EQ(c->handler->responseCount(), 0u);
   auto requests = sim.recordedRequests();
   ASSERT_EQ(requests.size(), 1u);
-  EXPECT_EQ(requests[0], std::string(R"({"client":"tester","sync":true,"requestId":")") +
-                             req->requestId + R"(","requestType":1,"payload":)" +
-                             R"("{\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"},\"dfi\":[]}"})");
+  EXPECT_EQ(
+      requests[0],
+      std::string(R"({"client":"tester","sync":true,"requestId":")") +
+          req->requestId + R"(","requestType":1,"payload":)" +
+          R"("{\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"},\"dfi\":[]}"})");
 }
 
 TEST(Connector, AsyncRequestAnswersThroughOnResponse) {
-  orntest::Ornsim sim({"--respond", "418:{\"a\":1}:x", "--response-delay-ms", "20"});
+  orntest::Ornsim sim(
+      {"--respond", "418:{\"a\":1}:x", "--response-delay-ms", "20"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");
   ASSERT_TRUE(c);
@@ -257,7 +280,8 @@ TEST(Connector, AsyncRequestAnswersThroughOnResponse) {
   EXPECT_EQ(resp.responseData, "{\"a\":1}:x");
   auto requests = sim.recordedRequests();
   ASSERT_EQ(requests.size(), 1u);
-  EXPECT_EQ(orntest::jsonStringMember(requests[0], "payload"), "not json at all");
+  EXPECT_EQ(orntest::jsonStringMember(requests[0], "payload"),
+            "not json at all");
   EXPECT_NE(requests[0].find("\"sync\":false"), std::string::npos);
 }
 
@@ -282,10 +306,12 @@ TEST(Connector, NoRegisterWithholdsOnlyTheRegisteredEvent) {
   ASSERT_TRUE(sim.ok()) << sim.error();
   useSocket(sim.socketPath());
   Connected c;
-  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(
+      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   ASSERT_TRUE(c.handler->waitEvents(20));
   ASSERT_TRUE(waitRecordLines(sim, 1));
-  // The service answers in order, so a response proves no event 23 is still on its way.
+  // The service answers in order, so a response proves no event 23 is still on
+  // its way.
   ASSERT_TRUE(c.client->sendSyncRequest(request(*c.client, 1, kDevices)));
   EXPECT_EQ(c.handler->eventCount(23), 0u);
 }
@@ -312,10 +338,12 @@ TEST(Connector, SendsFailAtOnceBeforeAnyConnection) {
   orntest::TempDir dir;
   useSocket(dir.file("nobody.sock"));
   Connected c;
-  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(
+      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   EXPECT_FALSE(c.client->sendSyncRequest(request(*c.client, 1, kDevices)));
   EXPECT_FALSE(c.client->sendAsyncRequest(request(*c.client, 1, kDevices)));
-  EXPECT_FALSE(c.client->initialize(c.handler, ConnectorType::kLocalService, "again"));
+  EXPECT_FALSE(
+      c.client->initialize(c.handler, ConnectorType::kLocalService, "again"));
 }
 
 TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
@@ -323,30 +351,32 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
   const std::string link = dir.file("service.sock");
   useSocket(link);
   Connected c;
-  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(
+      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   for (int round = 1; round <= 2; ++round) {
     orntest::Ornsim sim;
     ASSERT_TRUE(sim.ok()) << sim.error();
-    // The client retries the fixed address; a symlink lets it reach each new ornsim.
+    // The client retries the fixed address; a symlink lets it reach each new
+    // ornsim.
     unlink(link.c_str());
     ASSERT_EQ(symlink(sim.socketPath().c_str(), link.c_str()), 0);
     ASSERT_TRUE(c.handler->waitEvents(23, round)) << "round " << round;
     ASSERT_TRUE(waitRecordLines(sim, 1));
-    EXPECT_EQ(sim.recordLines()[0], R"({"register":"tester","connectorType":1})");
+    EXPECT_EQ(sim.recordLines()[0],
+              R"({"register":"tester","connectorType":1})");
   }
 }
 
 TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
-  static const struct {
-    const char* name;
-    std::string bytes;
-  } kCases[] = {
+  static const BadBytes kCases[] = {
       {"oversized length", std::string("\xff\xff\xff\xff", 4)},
       {"zero length", std::string(4, '\0')},
       {"not JSON", frame("hello")},
       {"JSON but no message", frame("[1,2,3]")},
       {"unknown kind", frame(R"({"kind":"shout"})")},
-      {"client sends a response", frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+      {"client sends a response",
+       frame(
+           R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
   };
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -355,30 +385,33 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
   for (const auto& c : kCases) {
     int fd = rawConnect(sim.socketPath());
     ASSERT_GE(fd, 0) << c.name;
-    EXPECT_NE(readFrame(fd).find("\"eventType\":20"), std::string::npos) << c.name;
+    EXPECT_NE(readFrame(fd).find("\"eventType\":20"), std::string::npos)
+        << c.name;
     ASSERT_TRUE(sendAll(fd, c.bytes)) << c.name;
     EXPECT_TRUE(readsUntilClosed(fd)) << c.name;
     close(fd);
-    EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices))) << c.name;
+    EXPECT_TRUE(
+        good->client->sendSyncRequest(request(*good->client, 1, kDevices)))
+        << c.name;
   }
 }
 
 TEST(Connector, ClientDropsABadServiceAndReconnects) {
-  static const struct {
-    const char* name;
-    std::string bytes;
-  } kCases[] = {
+  static const BadBytes kCases[] = {
       {"oversized length", std::string("\x00\x10\x00\x01", 4)},
       {"zero length", std::string(4, '\0')},
       {"not JSON", frame("{{{")},
       {"event without type", frame(R"({"kind":"event","payload":""})")},
-      {"service sends a request", frame(R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
+      {"service sends a request",
+       frame(
+           R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
   };
   FakeService fake;
   ASSERT_TRUE(fake.ok());
   useSocket(fake.path());
   Connected c;
-  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(
+      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   for (const auto& k : kCases) {
     int fd = fake.accept();
     ASSERT_GE(fd, 0) << k.name;
@@ -389,8 +422,10 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
   // After all that, a well-behaved service still gets the registration.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
-  ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
-  EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
+  ASSERT_TRUE(
+      sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
+  EXPECT_EQ(readFrame(fd),
+            R"({"kind":"register","clientName":"tester","connectorType":1})");
   close(fd);
 }
 
@@ -412,8 +447,9 @@ TEST(Connector, StateChangesReachSubscribersOfOtherProcesses) {
   ASSERT_TRUE(listener->handler->waitEvents(21));
   for (const auto& e : listener->handler->events())
     if (e.eventType == 21) {
-      EXPECT_EQ(e.payload,
-                R"({"entityId":"plug-kettle","endpointId":"ep-kettle","namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change","value":"ON"})");
+      EXPECT_EQ(
+          e.payload,
+          R"({"entityId":"plug-kettle","endpointId":"ep-kettle","namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change","value":"ON"})");
     }
   EXPECT_EQ(actor->handler->eventCount(21), 0u);
 }
@@ -425,9 +461,9 @@ TEST(Connector, HundredClientsAtOnce) {
   std::vector<std::unique_ptr<Connected>> clients;
   for (int i = 0; i < 100; ++i) {
     clients.push_back(std::make_unique<Connected>());
-    ASSERT_TRUE(clients.back()->client->initialize(clients.back()->handler,
-                                                   ConnectorType::kLocalService,
-                                                   "client-" + std::to_string(i)));
+    ASSERT_TRUE(clients.back()->client->initialize(
+        clients.back()->handler, ConnectorType::kLocalService,
+        "client-" + std::to_string(i)));
   }
   std::vector<std::string> ids;
   for (auto& c : clients) {
@@ -442,6 +478,174 @@ TEST(Connector, HundredClientsAtOnce) {
     ASSERT_TRUE(clients[i]->handler->waitResponse(ids[i], &r)) << i;
     EXPECT_EQ(r.responseCode, 200) << i;
   }
+}
+
+TEST(Connector, ServiceCutsOffAClientThatDoesNotRead) {
+  orntest::Ornsim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto good = connectTo(sim.socketPath(), "good");
+  ASSERT_TRUE(good);
+  int fd = rawConnect(sim.socketPath());
+  ASSERT_GE(fd, 0);
+  // Each answer is about a kilobyte; 20000 unread answers overflow what ornsim
+  // will queue.
+  std::string burst;
+  const std::string one = frame(
+      std::string(
+          R"({"kind":"request","requestId":"x","requestType":1,"payload":")") +
+      R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}}"})");
+  for (int i = 0; i < 20000; ++i)
+    burst += one;
+  sendAll(fd, burst);  // may fail part-way once ornsim has cut us off
+  EXPECT_TRUE(readsUntilClosed(fd));
+  close(fd);
+  EXPECT_TRUE(
+      good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
+}
+
+TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
+  for (int sig : {SIGTERM, SIGINT}) {
+    orntest::Ornsim sim;
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    struct stat st;
+    ASSERT_EQ(stat(sim.socketPath().c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0700u) << "only the owner may connect";
+    auto c = connectTo(sim.socketPath(), "tester");
+    ASSERT_TRUE(c);
+    ASSERT_EQ(kill(sim.pid(), sig), 0);
+    EXPECT_TRUE(c->handler->waitEvents(22)) << sig;
+    EXPECT_EQ(sim.stop(), 0) << sig;
+    EXPECT_NE(access(sim.socketPath().c_str(), F_OK), 0) << sig;
+  }
+}
+
+TEST(Ornsim, RejectsBadHomeFilesWithEveryProblem) {
+  orntest::TempDir dir;
+  const std::string home = dir.file("home.json");
+  {
+    std::ofstream out(home);
+    out << R"({"devices":[{"id":"a","state":{"brightness":500}},{"friendlyName":"x"}],"groups":7})";
+  }
+  auto r = orntest::runProcess(
+      orntest::ornsimPath(), {"--socket", dir.file("s.sock"), "--home", home});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_EQ(r.out, "");
+  EXPECT_NE(r.err.find("devices[0].state: \"brightness\""), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("devices[1]: missing \"id\""), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("\"groups\" must be an array"), std::string::npos)
+      << r.err;
+  EXPECT_NE(access(dir.file("s.sock").c_str(), F_OK), 0);
+}
+
+TEST(Ornsim, ServesAHomeFile) {
+  orntest::TempDir dir;
+  const std::string home = dir.file("home.json");
+  {
+    std::ofstream out(home);
+    out << R"({"devices":[{"id":"only","externallyReportedId":"ep-only","interfaces":[]}],"groups":[]})";
+  }
+  orntest::Ornsim sim({"--home", home});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto c = connectTo(sim.socketPath(), "tester");
+  ASSERT_TRUE(c);
+  auto r = c->client->sendSyncRequest(request(*c->client, 1, kDevices));
+  ASSERT_TRUE(r);
+  EXPECT_EQ(
+      r->responseData,
+      R"({"results":[{"id":"only","externallyReportedId":"ep-only","friendlyName":"","capabilities":{"interfaces":[]}}]})");
+}
+
+// Throws from every callback after trying a sync request from inside it.
+class RudeHandler : public IORNEventHandler {
+ public:
+  void onResponse(std::shared_ptr<ORNResponse>) override {
+    throw std::runtime_error("rude");
+  }
+  void onEvent(std::shared_ptr<ORNEvent> e) override {
+    if (e->eventType == 23 && client != nullptr) {
+      auto inner = client->sendSyncRequest(request(*client, 1, kDevices));
+      std::lock_guard<std::mutex> lock(mu);
+      innerAnswered = inner != nullptr;
+      registered = true;
+      cv.notify_all();
+    }
+    throw std::runtime_error("rude");
+  }
+  ORNClient* client = nullptr;
+  std::mutex mu;
+  std::condition_variable cv;
+  bool registered = false;
+  bool innerAnswered = true;
+};
+
+TEST(Connector, ThrowingAndReentrantHandlersDoNotBreakTheClient) {
+  orntest::Ornsim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  useSocket(sim.socketPath());
+  auto handler = std::make_shared<RudeHandler>();
+  ORNClient client;
+  handler->client = &client;
+  ASSERT_TRUE(client.initialize(handler, ConnectorType::kLocalService, "rude"));
+  {
+    std::unique_lock<std::mutex> lock(handler->mu);
+    ASSERT_TRUE(handler->cv.wait_until(lock, Clock::now() + kWait,
+                                       [&] { return handler->registered; }));
+    EXPECT_FALSE(handler->innerAnswered)
+        << "a sync request on the callback thread must fail at once";
+  }
+  ASSERT_TRUE(client.sendAsyncRequest(request(client, 1, kDevices)));
+  EXPECT_TRUE(client.sendSyncRequest(request(client, 1, kDevices)));
+}
+
+TEST(Connector, SubscriptionsOutliveTheConnectionThatMadeThem) {
+  orntest::Ornsim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  {
+    auto first = connectTo(sim.socketPath(), "owner");
+    ASSERT_TRUE(first);
+    auto r = first->client->sendSyncRequest(request(
+        *first->client, 2,
+        R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"light-bedroom"}},"eventTypes":[]}]})"));
+    ASSERT_TRUE(r);
+    ASSERT_EQ(r->responseCode, 200) << r->responseData;
+  }
+  auto later = connectTo(sim.socketPath(), "owner");
+  auto other = connectTo(sim.socketPath(), "someone-else");
+  ASSERT_TRUE(later && other);
+  const char kGet[] = R"({"operation":"get","subscriptions":[]})";
+  auto mine = later->client->sendSyncRequest(request(*later->client, 2, kGet));
+  auto theirs =
+      other->client->sendSyncRequest(request(*other->client, 2, kGet));
+  ASSERT_TRUE(mine && theirs);
+  EXPECT_NE(mine->responseData.find("\"id\":\"light-bedroom\""),
+            std::string::npos);
+  EXPECT_EQ(theirs->responseData, R"({"subscriptions":[]})");
+  ASSERT_TRUE(other->client->sendSyncRequest(request(
+      *other->client, 1,
+      R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":"ep-bedroom","friendlyName":""},"payload":{"brightness": 64}}]})")));
+  ASSERT_TRUE(later->handler->waitEvents(21));
+  EXPECT_NE(later->handler->events().back().payload.find("\"value\":64"),
+            std::string::npos);
+}
+
+TEST(Ornsim, AnswersOversizedResultsWithAnError) {
+  orntest::TempDir dir;
+  const std::string home = dir.file("home.json");
+  {
+    std::ofstream out(home);
+    out << R"({"devices":[{"id":"big","friendlyName":")"
+        << std::string(1100000, 'n') << R"("}]})";
+  }
+  orntest::Ornsim sim({"--home", home});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto c = connectTo(sim.socketPath(), "tester");
+  ASSERT_TRUE(c);
+  auto r = c->client->sendSyncRequest(request(*c->client, 1, kDevices));
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->responseCode, 500);
+  EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
 }
 
 }  // namespace

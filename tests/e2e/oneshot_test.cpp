@@ -12,6 +12,7 @@ namespace {
 
 using clitest::errorLine;
 using clitest::joinArgs;
+using clitest::recorded;
 using clitest::RecordedRequest;
 using clitest::responseLine;
 using orntest::Ornsim;
@@ -19,17 +20,6 @@ using orntest::runOrncli;
 
 constexpr const char kDevicesPayload[] =
     R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})";
-
-// The requests recorded so far, parsed; a line that does not parse fails the test.
-std::vector<RecordedRequest> recorded(const Ornsim& sim) {
-  std::vector<RecordedRequest> requests;
-  for (const std::string& line : sim.recordedRequests()) {
-    RecordedRequest request;
-    EXPECT_TRUE(clitest::parseRequestLine(line, &request)) << line;
-    requests.push_back(request);
-  }
-  return requests;
-}
 
 struct SentCase {
   std::vector<std::string> args;

@@ -23,6 +23,7 @@ namespace {
 
 using clitest::errorLine;
 using clitest::joinArgs;
+using clitest::recorded;
 using clitest::RecordedRequest;
 using orntest::Ornsim;
 using orntest::runOrncli;
@@ -174,16 +175,6 @@ class RunningOrncli {
   std::string err_;
   int exitCode_ = -1;
 };
-
-std::vector<RecordedRequest> recorded(const Ornsim& sim) {
-  std::vector<RecordedRequest> requests;
-  for (const std::string& line : sim.recordedRequests()) {
-    RecordedRequest request;
-    EXPECT_TRUE(clitest::parseRequestLine(line, &request)) << line;
-    requests.push_back(request);
-  }
-  return requests;
-}
 
 std::string createPayload(const std::string& entityId, const std::string& nameSpace,
                           const std::string& name) {

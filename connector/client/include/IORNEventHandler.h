@@ -1,4 +1,5 @@
-// IORNEventHandler: how the connector client hands responses and events to its user.
+// IORNEventHandler: how the connector client hands responses and events to its
+// user.
 #pragma once
 
 #include <memory>
@@ -9,7 +10,8 @@
 namespace ornwick {
 namespace ornConnector {
 
-// Called on the client's own threads, never on the caller's. Implementations must not throw.
+// Called on the client's own threads, never on the caller's. Implementations
+// must not throw.
 class IORNEventHandler {
  public:
   virtual ~IORNEventHandler() = default;

@@ -1,4 +1,5 @@
-// ORNClient: a client of the device-control service over the local QIPC channel.
+// ORNClient: a client of the device-control service over the local QIPC
+// channel.
 #pragma once
 
 #include <chrono>
@@ -29,16 +30,20 @@ class ORNClient {
   ORNClient(const ORNClient&) = delete;
   ORNClient& operator=(const ORNClient&) = delete;
 
-  // Sets the client up and starts connecting in the background; does not wait for the
-  // service. Returns false on bad arguments, a second call, or when no thread can start.
+  // Sets the client up and starts connecting in the background; does not wait
+  // for the service. Returns false on bad arguments, a second call, or when no
+  // thread can start.
   bool initialize(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
                   const std::string& clientName);
 
-  // Blocks until the matching response, a lost connection, or the library's time limit
-  // (kSyncRequestTimeout); empty on failure. Fails at once when not connected.
-  std::shared_ptr<api::ORNResponse> sendSyncRequest(std::shared_ptr<api::ORNRequest> request);
+  // Blocks until the matching response, a lost connection, or the library's
+  // time limit (kSyncRequestTimeout); empty on failure. Fails at once when not
+  // connected.
+  std::shared_ptr<api::ORNResponse> sendSyncRequest(
+      std::shared_ptr<api::ORNRequest> request);
 
-  // False when the request cannot be handed to the transport (e.g. not connected).
+  // False when the request cannot be handed to the transport (e.g. not
+  // connected).
   bool sendAsyncRequest(std::shared_ptr<api::ORNRequest> request);
 
   // Unique across threads and concurrent processes.

@@ -7,7 +7,8 @@ namespace ornwick {
 namespace ornConnector {
 namespace api {
 
-// Event types of the service; the numbers are fixed by the QIPC protocol (docs/qipc-protocol.md).
+// Event types of the service; the numbers are fixed by the QIPC protocol
+// (docs/qipc-protocol.md).
 enum ORNEventType : int {
   kServerConnectionStatus = 20,
   kStateChange = 21,

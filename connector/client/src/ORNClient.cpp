@@ -1,4 +1,5 @@
-// ORNClient: the QIPC connection, handshake and request dispatch, run by one I/O thread.
+// ORNClient: the QIPC connection, handshake and request dispatch, run by one
+// I/O thread.
 #include "ORNClient.h"
 
 #include <errno.h>
@@ -31,8 +32,13 @@ using qipc::MessageKind;
 
 constexpr std::chrono::milliseconds kFirstBackoff{10};
 constexpr std::chrono::milliseconds kMaxBackoff{250};
-// Requests queued but not yet written; beyond this the service is not reading and we refuse.
+// Requests queued but not yet written; beyond this the service is not reading
+// and we refuse.
 constexpr size_t kMaxOutbox = 16u << 20;
+
+// The client whose I/O thread this is, so a callback's own sync request can be
+// refused.
+thread_local const void* tlsIoThreadOf = nullptr;
 
 struct SyncWait {
   bool done = false;
@@ -73,7 +79,6 @@ class ORNClient::Impl {
   std::string path_;
   int wakeFd_ = -1;
   std::thread io_;
-  std::thread::id ioId_;
 
   // Touched by the I/O thread only.
   int fd_ = -1;
@@ -91,8 +96,8 @@ class ORNClient::Impl {
   uint64_t salt_ = 0;
 };
 
-bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
-                            const std::string& name) {
+bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler,
+                            ConnectorType type, const std::string& name) {
   if (!handler || io_.joinable())
     return false;
   handler_ = std::move(handler);
@@ -109,7 +114,6 @@ bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler, Connector
     wakeFd_ = -1;
     return false;
   }
-  ioId_ = io_.get_id();
   return true;
 }
 
@@ -117,6 +121,7 @@ void ORNClient::Impl::stop() {
   {
     std::lock_guard<std::mutex> lock(mu_);
     stopping_ = true;
+    syncCv_.notify_all();
   }
   if (io_.joinable()) {
     wake();
@@ -146,6 +151,7 @@ bool ORNClient::Impl::pause(std::chrono::milliseconds timeout) {
 }
 
 void ORNClient::Impl::run() {
+  tlsIoThreadOf = this;
   std::chrono::milliseconds backoff = kFirstBackoff;
   for (;;) {
     {
@@ -170,8 +176,9 @@ void ORNClient::Impl::run() {
       std::lock_guard<std::mutex> lock(mu_);
       wantWrite = !outbox_.empty();
     }
-    pollfd fds[2] = {{wakeFd_, POLLIN, 0},
-                     {fd_, static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0)), 0}};
+    pollfd fds[2] = {
+        {wakeFd_, POLLIN, 0},
+        {fd_, static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0)), 0}};
     if (poll(fds, 2, -1) < 0) {
       if (errno == EINTR)
         continue;
@@ -255,7 +262,8 @@ bool ORNClient::Impl::readAvailable() {
 bool ORNClient::Impl::writeAvailable() {
   std::lock_guard<std::mutex> lock(mu_);
   while (!outbox_.empty()) {
-    ssize_t n = send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t n =
+        send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n < 0) {
       if (errno == EINTR)
         continue;
@@ -305,7 +313,8 @@ bool ORNClient::Impl::dispatch(const std::string& body) {
       try {
         handler_->onResponse(std::move(response));
       } catch (...) {
-        // Deliberately swallowed: a throwing handler must not take the connection down.
+        // Deliberately swallowed: a throwing handler must not take the
+        // connection down.
       }
       return true;
     }
@@ -337,9 +346,10 @@ bool ORNClient::Impl::enqueueLocked(const Message& m) {
   return true;
 }
 
-std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(const api::ORNRequest& request) {
+std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(
+    const api::ORNRequest& request) {
   // Waiting on the I/O thread itself could never see the answer.
-  if (!io_.joinable() || std::this_thread::get_id() == ioId_)
+  if (tlsIoThreadOf == this)
     return nullptr;
   Message m;
   m.kind = MessageKind::kRequest;
@@ -365,11 +375,12 @@ bool ORNClient::Impl::sendAsync(const api::ORNRequest& request) {
   m.type = request.requestType;
   m.text = request.payload;
   std::lock_guard<std::mutex> lock(mu_);
-  return io_.joinable() && connected_ && enqueueLocked(m);
+  return connected_ && enqueueLocked(m);
 }
 
 ORNClient::Impl::Impl() {
-  // Pid alone repeats across reboots and containers; a random salt keeps ids apart anyway.
+  // Pid alone repeats across reboots and containers; a random salt keeps ids
+  // apart anyway.
   std::random_device rd;
   salt_ = (uint64_t{rd()} << 32) ^ rd() ^
           static_cast<uint64_t>(Clock::now().time_since_epoch().count());
@@ -387,8 +398,8 @@ ORNClient::ORNClient() : impl_(new Impl) {}
 
 ORNClient::~ORNClient() = default;
 
-bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
-                           const std::string& clientName) {
+bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler,
+                           ConnectorType type, const std::string& clientName) {
   return impl_->start(std::move(handler), type, clientName);
 }
 
@@ -403,7 +414,9 @@ bool ORNClient::sendAsyncRequest(std::shared_ptr<api::ORNRequest> request) {
   return request && impl_->sendAsync(*request);
 }
 
-std::string ORNClient::generateRequestId() { return impl_->nextId(); }
+std::string ORNClient::generateRequestId() {
+  return impl_->nextId();
+}
 
 }  // namespace ornConnector
 }  // namespace ornwick

@@ -4,11 +4,13 @@
 #include <android/log.h>
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "JsonDocBuilder.h"
 #include "ORNCLI.h"
 #include "ORNRequestBuilder.h"
 
@@ -44,6 +46,11 @@ constexpr int32_t kStateRequestType = 3;
 
 // A builder with a fresh request id from client (none without a client) and the type.
 ornConnector::api::ORNRequestBuilder newRequestBuilder(ORNClient* client, int32_t requestType);
+
+// Sets "directivePayload", filled by fill, as the body's last member and returns the
+// body's text ("" when it cannot be written).
+std::string finishDirectiveBody(zedLocalUtil::jsonUtil::JsonDocBuilder& body,
+                                const std::function<void(zedLocalUtil::jsonUtil::JsonValueBuilder&)>& fill);
 
 // The values of required options, looked up all first, and the first one left empty
 // (nullptr when every option was given).

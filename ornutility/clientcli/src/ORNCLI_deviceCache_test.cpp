@@ -62,13 +62,6 @@ TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
   }
 }
 
-TEST(DeviceCache, ParseKeepsEmbeddedNul) {
-  const std::string json = std::string(R"({"results":[{"id":"a\u0000b"}]})");
-  std::vector<CachedDevice> devices = parseLocalDevices(json);
-  ASSERT_EQ(devices.size(), 1u);
-  EXPECT_EQ(devices[0].entityId, std::string("a\0b", 3));
-}
-
 TEST(DeviceCache, DisplayShowsOnlyPresentParts) {
   static const struct {
     std::vector<CachedDevice> devices;

@@ -1,5 +1,5 @@
-// ORNCLI: the interactive dialogues that compose a directive (DFI) request,
-// with the endpoint picked from the device cache or typed in.
+// ORNCLI: the interactive dialogues that compose a DFI request, with the
+// endpoint picked from the device cache or typed in.
 #include "ORNCLI.h"
 
 #include <algorithm>
@@ -20,8 +20,7 @@ constexpr const char kDeviceManagerNamespace[] = "Tessel.DeviceManager";
 // How a directive menu's answer becomes a name.
 enum class DirectiveAnswer {
   kFirstIfOne,  // exactly "1": names[0]; anything else: names[1]
-  kNumber,      // safeStoi, default 1: 2 and 3 pick names[1] and names[2], else
-                // names[0]
+  kNumber,      // a number (default 1): 2 or 3 picks names[1] or names[2]
   kFixed,       // always names[0]; the prompt, if any, is read and ignored
 };
 
@@ -63,7 +62,7 @@ const struct {
 };
 
 // The namespaces to offer: the whole table without a device, else the device's
-// ones in table order with the device manager always last.
+// ones in table order, with the device manager always last.
 std::vector<std::string> namespaceOptions(
     const std::vector<std::string>& deviceNamespaces) {
   std::vector<std::string> options;

@@ -42,14 +42,11 @@ constexpr const char kColorTempUsage[] =
     "  --kelvin <1000-10000>";
 
 // {"batch":[...],"directivePayload":{...}} with the payload's members set by fill.
-template <typename Fill>
-std::string batchBody(const std::vector<std::string>& endpointIds, Fill&& fill) {
+std::string batchBody(const std::vector<std::string>& endpointIds,
+                      const std::function<void(JsonValueBuilder&)>& fill) {
   JsonDocBuilder doc;
   buildBatchEndpoints(doc, endpointIds);
-  JsonValueBuilder payload(doc.allocator());
-  fill(payload);
-  doc.set("directivePayload", payload);
-  return zedLocalUtil::jsonUtil::serialize(doc.root());
+  return finishDirectiveBody(doc, fill);
 }
 
 const std::string& firstOrEmpty(const std::vector<std::string>& ids) {
@@ -73,6 +70,14 @@ std::shared_ptr<ORNRequest> batchRequest(ORNClient* client, const char* interfac
 }
 
 }  // namespace
+
+std::string finishDirectiveBody(JsonDocBuilder& body,
+                                const std::function<void(JsonValueBuilder&)>& fill) {
+  JsonValueBuilder payload(body.allocator());
+  fill(payload);
+  body.set("directivePayload", payload);
+  return zedLocalUtil::jsonUtil::serialize(body.root());
+}
 
 int ORNCLI::handlePower(int argc, char** argv, bool sync, int timeoutSeconds) {
   if (argc < 1 || hasFlag(argc, argv, "--help")) {

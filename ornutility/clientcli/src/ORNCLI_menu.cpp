@@ -17,8 +17,7 @@ using ornConnector::api::RequestPayload;
 
 namespace {
 
-// Menu ids in the order the names list holds them, which is also the printed
-// order.
+// Menu ids in the names list's order, which is also the printed order.
 constexpr int kMenuIds[] = {0, -1, -2, 1, 2, 3, 4};
 
 constexpr int kBack = 0;
@@ -108,8 +107,7 @@ bool ORNCLI::handleCommand(int id) {
       request->requestType = kPayloadRequestType;
       handlePayloadInput(request);
       if (id == kSendSync) {
-        // Replaced even by a failure, so "Show Last Response" never shows a
-        // stale answer.
+        // Replaced even by a failure: "Show Last Response" is never stale.
         lastResponse_ = interactiveClient_->sendSyncRequest(request);
         if (lastResponse_) {
           writeLine("Sync response received:\n" +
@@ -118,8 +116,7 @@ bool ORNCLI::handleCommand(int id) {
           writeLine("Failed to send sync request");
         }
       } else if (interactiveClient_->sendAsyncRequest(request)) {
-        // The answer is printed by the interactive handler and deliberately not
-        // kept.
+        // Deliberate: the handler prints the answer, which is not kept.
         writeLine("Async request sent with ID: " + request->requestId);
       } else {
         writeLine("Failed to send async request");
@@ -151,8 +148,7 @@ bool ORNCLI::handleCommand(int id) {
 
 void ORNCLI::handlePayloadInput(std::shared_ptr<ORNRequest> request) {
   writeLine(kPayloadMenu);
-  // Compared as text: " 1" or "01" is not a choice and falls through to an
-  // empty payload.
+  // Compared as text: " 1" or "01" is no choice and sends an empty payload.
   const std::string choice = nextArgRequired("Enter choice (1-6)");
   if (choice == "6") {
     request->payload = reachableDevicesPayload();

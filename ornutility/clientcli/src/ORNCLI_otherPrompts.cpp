@@ -18,9 +18,8 @@ using zedLocalUtil::jsonUtil::JsonDocBuilder;
 
 namespace {
 
-// A count asked after a label printed without a line end, so the reader's " : "
-// follows on the same line. Empty or junk answers count 1, after the given
-// message.
+// A count asked after label, so the reader's " : " follows on the same line.
+// An empty or bad answer counts 1, after invalidMessage.
 int promptCount(ORNCLI& cli, const char* label, const char* invalidMessage) {
   std::cout << label << std::flush;
   int count = 1;
@@ -59,8 +58,7 @@ void ORNCLI::promptStateQueryRequest(std::shared_ptr<ORNRequest> request) {
     const std::string endpoint = nextArgRequired("Enter endpoint ID");
     const std::string feature = nextArgRequired(
         "Enter feature (e.g., power, brightness, colorTemperature)");
-    // Deliberate: no trailing slash, unlike the feature paths of the other
-    // dialogues.
+    // Deliberate: no trailing slash, unlike the other feature paths.
     qfi->path = "/v2/endpoints/" + endpoint + "/features/" + feature;
     qfi->method = QFIRequest::GET;
     std::cout << "\nAdd latencyTolerance? (y/n): " << std::flush;

@@ -1,5 +1,4 @@
-// ORNCLI: the interactive dialogues that compose a feature-interface (QFI)
-// request.
+// ORNCLI: the interactive dialogues that compose a QFI request.
 #include "ORNCLI.h"
 
 #include <cstdlib>
@@ -40,8 +39,7 @@ std::string promptBatchBody(
   return zedLocalUtil::jsonUtil::serialize(doc.root());
 }
 
-// A number answer, or def after the given message when it is empty or not a
-// number.
+// The answer as a number, or def after invalidMessage for an empty or bad one.
 int promptInt(const AnswerReader& nextArg, const std::string& prompt, int def,
               const char* invalidMessage) {
   int value = def;
@@ -62,8 +60,7 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc,
     doc.set("groupId", nextArg("Enter group ID"));
     return;
   }
-  // The reader's own " : " follows the label on the same line; that is the
-  // dialogue's look.
+  // Deliberate: the reader's own " : " follows the label on the same line.
   std::cout << "\nEnter number of endpoints: " << std::flush;
   const int count =
       promptInt(nextArg, "", 1, "Invalid number of endpoints, defaulting to 1");
@@ -75,12 +72,6 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc,
 }
 
 std::shared_ptr<QFIRequest> ORNCLI::promptQfiRequest() {
-  using Dialogue = void (ORNCLI::*)(std::shared_ptr<QFIRequest>);
-  static const Dialogue kDialogues[] = {
-      &ORNCLI::promptQfiPower, &ORNCLI::promptQfiBrightness,
-      &ORNCLI::promptQfiColor, &ORNCLI::promptQfiColorTemp,
-      &ORNCLI::promptQfiCustom};
-
   auto request = std::make_shared<QFIRequest>();
   writeLine(
       "\nSelect QFI interface:\n1. Power Control\n2. Brightness Control\n"
@@ -89,12 +80,24 @@ std::shared_ptr<QFIRequest> ORNCLI::promptQfiRequest() {
   if (!safeStoi(nextArgRequired("Enter interface choice (1-5)"), choice, 1)) {
     writeLine("Invalid interface choice, defaulting to Power Control");
   }
-  if (choice >= 1 && choice <= 5) {
-    (this->*kDialogues[choice - 1])(request);
-    return request;
+  switch (choice) {
+    case 1:
+      promptQfiPower(request);
+      return request;
+    case 2:
+      promptQfiBrightness(request);
+      return request;
+    case 3:
+      promptQfiColor(request);
+      return request;
+    case 4:
+      promptQfiColorTemp(request);
+      return request;
+    case 5:
+      promptQfiCustom(request);
+      return request;
   }
-  // Deliberate: unlike "Custom Path", this leaves the method unset and the body
-  // empty.
+  // Deliberate: unlike "Custom Path", the method stays unset, the body empty.
   writeLine("Invalid choice, using custom path input");
   request->path = nextArgRequired("Enter QFI path");
   return request;
@@ -139,8 +142,7 @@ void ORNCLI::promptQfiBrightness(std::shared_ptr<QFIRequest> request) {
   const AnswerReader reader = readerOf(this);
   request->requestBody =
       promptBatchBody(reader, [&](JsonValueBuilder& payload) {
-        // The ranges in the prompts are advice only: out-of-range numbers go
-        // out unchanged.
+        // The ranges in the prompts are advice: out-of-range numbers go out.
         if (set) {
           payload.set("brightness",
                       promptInt(reader, "Enter brightness value (0-100)", 50,
@@ -164,8 +166,7 @@ void ORNCLI::promptQfiColor(std::shared_ptr<QFIRequest> request) {
             nextArgRequired("Enter saturation value (0.0-1.0)");
         const std::string brightness =
             nextArgRequired("Enter brightness value (0.0-1.0)");
-        // Deliberately lenient: plain strtod, no end check and no message
-        // ("half" is 0.0).
+        // Deliberately lenient: strtod without end check or message.
         JsonValueBuilder color(payload.allocator());
         color.set("hue", std::strtod(hue.c_str(), nullptr))
             .set("saturation", std::strtod(saturation.c_str(), nullptr))
