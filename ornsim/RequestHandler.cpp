@@ -1,24 +1,17 @@
-// RequestHandler: QFI routes, DFI directives, state requests and subscriptions.
+// RequestHandler: request dispatch, QFI routes, DFI directives and state
+// requests.
 #include "RequestHandler.h"
 
 #include <rapidjson/error/en.h>
 
 #include "Directives.h"
 #include "JsonText.h"
+#include "RequestHandlerInternal.h"
 
 namespace ornsim {
 namespace {
 
 using rapidjson::Value;
-
-struct Reply {
-  int code;
-  std::string json;
-};
-
-Reply fail(int code, const std::string& error, const std::string& message) {
-  return {code, errorJson(error, message)};
-}
 
 // One element of a "results" array, naming its endpoint when there is one.
 void writeResult(JsonWriter& w, const char* endpointId, const Reply& r) {
@@ -319,127 +312,6 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
   return result;
 }
 
-void writeSubscription(JsonWriter& w, const Subscription& s) {
-  w.StartObject();
-  writeMember(w, "subscriptionId", s.id);
-  w.Key("entities");
-  w.StartObject();
-  if (!s.endpointId.empty()) {
-    w.Key("endpoint");
-    w.StartObject();
-    w.Key("type");
-    w.String("Endpoint");
-    writeMember(w, "id", s.endpointId);
-    w.EndObject();
-  } else {
-    w.Key("endpointGroup");
-    w.StartObject();
-    writeMember(w, "id", s.groupId);
-    w.EndObject();
-  }
-  w.EndObject();
-  w.Key("eventTypes");
-  w.StartArray();
-  for (const auto& t : s.eventTypes) {
-    w.StartObject();
-    writeMember(w, "namespace", t.nameSpace);
-    writeMember(w, "name", t.name);
-    w.EndObject();
-  }
-  w.EndArray();
-  w.EndObject();
-}
-
-// Reads one subscription element; false with *err when it names no known
-// entity.
-bool readSubscription(const Home& home, const Value& v, Subscription* s,
-                      std::string* err) {
-  const Value* entities = findMember(v, "entities");
-  const Value* endpoint =
-      entities ? findMember(*entities, "endpoint") : nullptr;
-  const Value* group =
-      entities ? findMember(*entities, "endpointGroup") : nullptr;
-  if (endpoint != nullptr)
-    getString(*endpoint, "id", &s->endpointId);
-  if (s->endpointId.empty() && group != nullptr)
-    getString(*group, "id", &s->groupId);
-  if (s->endpointId.empty() && s->groupId.empty()) {
-    *err =
-        "each subscription needs \"entities\" with an endpoint or "
-        "endpointGroup id";
-    return false;
-  }
-  if (!s->endpointId.empty() && home.findDevice(s->endpointId) == nullptr) {
-    *err = "no endpoint " + s->endpointId;
-    return false;
-  }
-  if (!s->groupId.empty() && home.findGroup(s->groupId) == nullptr) {
-    *err = "no group " + s->groupId;
-    return false;
-  }
-  if (const Value* types = findMember(v, "eventTypes");
-      types && types->IsArray())
-    for (const auto& t : types->GetArray()) {
-      EventTypeRef ref;
-      if (!getString(t, "namespace", &ref.nameSpace)) {
-        *err = "each event type needs a string \"namespace\"";
-        return false;
-      }
-      getString(t, "name", &ref.name);
-      s->eventTypes.push_back(ref);
-    }
-  return true;
-}
-
-Reply subscription(const Home& home, Subscriptions& subs,
-                   const std::string& client, const Value& doc) {
-  std::string operation;
-  if (!getString(doc, "operation", &operation))
-    return fail(400, "invalid_subscription",
-                "the request needs a string \"operation\"");
-  const Value* list = findMember(doc, "subscriptions");
-  if (list != nullptr && !list->IsArray())
-    return fail(400, "invalid_subscription",
-                "\"subscriptions\" must be an array");
-  if (operation != "create" && operation != "delete" && operation != "get")
-    return fail(400, "unknown_operation",
-                "no subscription operation " + operation);
-  std::vector<Subscription> given;
-  if (list != nullptr && operation != "get")
-    for (const auto& v : list->GetArray()) {
-      Subscription s;
-      std::string err;
-      if (!readSubscription(home, v, &s, &err))
-        return fail(
-            operation == "create" && err.compare(0, 3, "no ") == 0 ? 404 : 400,
-            "invalid_subscription", err);
-      given.push_back(std::move(s));
-    }
-  rapidjson::StringBuffer buf;
-  JsonWriter w(buf);
-  w.StartObject();
-  if (operation == "delete") {
-    int removed = 0;
-    for (const auto& s : given)
-      removed += subs.remove(client, s.endpointId, s.groupId);
-    w.Key("deleted");
-    w.Int(removed);
-  } else {
-    std::vector<Subscription> shown =
-        operation == "get" ? subs.of(client) : std::vector<Subscription>{};
-    if (operation == "create")
-      for (auto& s : given)
-        shown.push_back(subs.add(client, std::move(s)));
-    w.Key("subscriptions");
-    w.StartArray();
-    for (const auto& s : shown)
-      writeSubscription(w, s);
-    w.EndArray();
-  }
-  w.EndObject();
-  return {200, buf.GetString()};
-}
-
 }  // namespace
 
 HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
@@ -459,7 +331,7 @@ HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
   } else if (requestType == 2) {
-    r = subscription(home, subscriptions, client, doc);
+    r = handleSubscription(home, subscriptions, client, doc);
   } else {
     return requestPayload(home, doc);
   }

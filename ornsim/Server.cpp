@@ -119,7 +119,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       write();
   }
 
-  void sendLater(int delayMs, Message m) {
+  void sendLater(int delayMs, const Message& m) {
     if (delayMs <= 0) {
       send(m);
       return;
@@ -256,7 +256,11 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
       acceptRetry_(io) {}
 
 Server::~Server() {
-  shutdown();
+  try {
+    shutdown();
+  } catch (...) {
+    // Nothing useful to do while being destroyed; the process is ending anyway.
+  }
   if (record_ != nullptr)
     fclose(record_);
 }

@@ -10,7 +10,9 @@
 #include "Server.h"
 #include "Socket.h"
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   ornsim::Options options;
   std::string err;
   if (!ornsim::parseOptions(argc, argv, &options, &err)) {
@@ -61,4 +63,16 @@ int main(int argc, char** argv) {
   fflush(stdout);
   io.run();
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Asio reports resource exhaustion (no descriptors, no memory) by throwing.
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& e) {
+    fprintf(stderr, "ornsim: %s\n", e.what());
+    return 2;
+  }
 }

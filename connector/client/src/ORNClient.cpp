@@ -403,14 +403,18 @@ bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler,
   return impl_->start(std::move(handler), type, clientName);
 }
 
+// The by-value shared_ptr parameters are the platform library's signatures.
 std::shared_ptr<api::ORNResponse> ORNClient::sendSyncRequest(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
     std::shared_ptr<api::ORNRequest> request) {
   if (!request)
     return nullptr;
   return impl_->sendSync(*request);
 }
 
-bool ORNClient::sendAsyncRequest(std::shared_ptr<api::ORNRequest> request) {
+bool ORNClient::sendAsyncRequest(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
+    std::shared_ptr<api::ORNRequest> request) {
   return request && impl_->sendAsync(*request);
 }
 
