@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <iostream>
 #include <string>
 
 #include "ORNCLIInternal.h"
@@ -33,8 +32,6 @@ std::shared_ptr<T> takeFromSlot(std::mutex& mutex, std::condition_variable& cv,
   taken.swap(slot);
   return taken;
 }
-
-void printLine(const std::string& line) { std::cout << line << '\n' << std::flush; }
 
 }  // namespace
 
@@ -87,10 +84,10 @@ void ORNCLIInteractiveEventHandler::onResponse(std::shared_ptr<ORNResponse> resp
     ORNCLI_LOG_ERROR(kHandlersSourcePath, "Received null response");
     return;
   }
-  printLine("\nReceived async response:");
-  printLine("Request ID: " + response->requestId);
-  printLine("Response Code: " + std::to_string(response->responseCode));
-  printLine("Response Data: " + response->responseData);
+  writeLine("\nReceived async response:");
+  writeLine("Request ID: " + response->requestId);
+  writeLine("Response Code: " + std::to_string(response->responseCode));
+  writeLine("Response Data: " + response->responseData);
 }
 
 void ORNCLIInteractiveEventHandler::onEvent(std::shared_ptr<ORNEvent> event) noexcept {
@@ -102,9 +99,9 @@ void ORNCLIInteractiveEventHandler::onEvent(std::shared_ptr<ORNEvent> event) noe
     std::lock_guard<std::mutex> lock(lastEventMutex_);
     lastEvent_ = event;
   }
-  printLine("\nReceived event:");
-  printLine("Event Type: " + std::to_string(event->eventType));
-  printLine("Event Data: " + event->payload);
+  writeLine("\nReceived event:");
+  writeLine("Event Type: " + std::to_string(event->eventType));
+  writeLine("Event Data: " + event->payload);
 }
 
 std::shared_ptr<ORNEvent> ORNCLIInteractiveEventHandler::lastEvent() const {

@@ -1,3 +1,4 @@
+// The one-shot handler's single-slot waits with real threads, and the interactive handler's lines.
 #include "ORNCLIEventHandlers.h"
 
 #include <gtest/gtest.h>

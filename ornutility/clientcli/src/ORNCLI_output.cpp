@@ -26,7 +26,7 @@ void ORNCLI::printResponse(const std::shared_ptr<ORNResponse>& response) {
 }
 
 int printHelp(const char* text, int code) {
-  std::cout << text << '\n' << std::flush;
+  writeLine(text);
   return code;
 }
 
