@@ -1,7 +1,6 @@
 // ORNCLI: construction, the one-shot dispatcher and its usage text.
 #include "ORNCLI.h"
 
-#include <iostream>
 #include <string>
 
 #include "ArgHelpers.h"
@@ -156,7 +155,7 @@ OUTPUT:
     {"eventType":N,"payload":"..."}
 )USAGE";
 
-void printUsage() { std::cout << kUsageText << '\n' << std::flush; }
+void printUsage() { writeLine(kUsageText); }
 
 bool isValueFlag(const std::string& arg) {
   return arg == "--timeout" || arg == "--connect-timeout";
