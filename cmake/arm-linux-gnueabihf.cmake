@@ -1,0 +1,14 @@
+# Cross build for 32-bit Arm Linux (Debian's armhf cross compiler and multiarch libraries).
+# Header-only dependencies (RapidJSON, Asio) come from the host's /usr/include.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR arm)
+set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
+set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
+set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
+set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabihf)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
+# Run cross-built binaries under user-mode emulation, with the multiarch armhf libraries.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
