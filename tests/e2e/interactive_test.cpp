@@ -1,16 +1,9 @@
 // orncli's interactive mode end to end: the real binary, a scripted stdin and a
 // private ornsim. Transcripts are compared whole; request ids are replaced by
 // <ID>.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <rapidjson/document.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <fstream>
 #include <regex>
 #include <string>
@@ -18,113 +11,19 @@
 
 #include "OrnTestSupport.h"
 
-extern char** environ;
-
 namespace {
 
-using Clock = std::chrono::steady_clock;
 
-// orncli with no arguments on pipes, so a test can wait for output before
-// answering. Its stderr is the test's, so sanitizer reports show with failures.
-class Session {
- public:
-  explicit Session(const std::string& socketPath) {
-    signal(SIGPIPE, SIG_IGN);  // a dead child must fail the test, not end it
-    int in[2], out[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0)
-      return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    std::vector<std::string> env{"ORN_QIPC_SOCKET=" + socketPath};
-    for (char** e = environ; *e != nullptr; ++e)
-      if (std::string(*e).rfind("ORN_QIPC_SOCKET=", 0) != 0)
-        env.emplace_back(*e);
-    std::vector<char*> envp;
-    for (auto& s : env)
-      envp.push_back(s.data());
-    envp.push_back(nullptr);
-    std::string exe = orntest::orncliPath();
-    char* argv[] = {exe.data(), nullptr};
-    if (posix_spawn(&pid_, exe.c_str(), &actions, nullptr, argv, envp.data()) !=
-        0)
-      pid_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    close(in[0]);
-    close(out[1]);
-    in_ = in[1];
-    out_ = out[0];
-  }
+// orncli with no arguments on pipes, so a test can wait for output before answering.
+orntest::LiveProcess startSession(const std::string& socketPath) {
+  return orntest::LiveProcess(orntest::orncliPath(), {}, orntest::clientEnv(socketPath));
+}
 
-  ~Session() {
-    if (in_ >= 0)
-      close(in_);
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    if (out_ >= 0)
-      close(out_);
-  }
-
-  const std::string& output() const { return output_; }
-
-  // Waits until needle appears at or after from; false on timeout or end of
-  // output.
-  bool waitFor(const std::string& needle, size_t from = 0) {
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (output_.find(needle, from) == std::string::npos) {
-      if (!readSome(deadline))
-        return false;
-    }
-    return true;
-  }
-
-  void send(const std::string& text) {
-    if (write(in_, text.data(), text.size()) !=
-        static_cast<ssize_t>(text.size()))
-      ADD_FAILURE() << "cannot write to orncli";
-  }
-
-  // Closes stdin and reads to the end; true when orncli exited with 0.
-  bool finish() {
-    close(in_);
-    in_ = -1;
-    if (pid_ <= 0)
-      return false;
-    const auto deadline = Clock::now() + std::chrono::seconds(10);
-    while (readSome(deadline)) {
-    }
-    if (Clock::now() >= deadline)
-      kill(pid_, SIGKILL);
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-  }
-
- private:
-  bool readSome(Clock::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                          deadline - Clock::now())
-                          .count();
-    pollfd p{out_, POLLIN, 0};
-    if (left <= 0 || poll(&p, 1, static_cast<int>(left)) <= 0)
-      return false;
-    char buf[4096];
-    ssize_t got = read(out_, buf, sizeof buf);
-    if (got <= 0)
-      return false;
-    output_.append(buf, static_cast<size_t>(got));
-    return true;
-  }
-
-  pid_t pid_ = -1;
-  int in_ = -1;
-  int out_ = -1;
-  std::string output_;
-};
+// Closes stdin and reads to the end; orncli must leave through its menu with status 0.
+void expectCleanExit(orntest::LiveProcess& session, const std::string& context) {
+  const orntest::RunResult r = session.finish();
+  EXPECT_EQ(r.exitCode, 0) << context << "\nstderr:\n" << r.err;
+}
 
 const char kMenuLines[] =
     "0 - Back\n-1 - List Commands\n-2 - Quit\n1 - Send Sync Request\n"
@@ -277,11 +176,11 @@ std::vector<Recorded> takeRequests(const orntest::Ornsim& sim,
 // Waits until orncli shows its first prompt and has printed the event named by
 // ready (the registration by default). Returns false with a failure when it
 // does not.
-bool awaitStart(Session& session,
+bool awaitStart(orntest::LiveProcess& session,
                 const std::string& ready = "Event Type: 23\n") {
-  if (!session.waitFor("cmd> ") || !session.waitFor(ready) ||
-      !session.waitFor("\n", session.output().find(ready) + ready.size())) {
-    ADD_FAILURE() << "orncli did not start; output:\n" << session.output();
+  if (!session.waitForOut("cmd> ") || !session.waitForOut(ready) ||
+      !session.waitForOut("\n", session.out().find(ready) + ready.size())) {
+    ADD_FAILURE() << "orncli did not start; output:\n" << session.out();
     return false;
   }
   return true;
@@ -325,14 +224,14 @@ void runScript(const Script& c,
   args.insert(args.end(), extraSimArgs.begin(), extraSimArgs.end());
   orntest::Ornsim sim(args);
   ASSERT_TRUE(sim.ok()) << sim.error();
-  Session session(sim.socketPath());
+  orntest::LiveProcess session = startSession(sim.socketPath());
   if (!awaitStart(session, ready))
     return;
-  const size_t started = session.output().size();
+  const size_t started = session.out().size();
   session.send(c.input);
-  EXPECT_TRUE(session.finish()) << c.input;
-  expectStart(session.output().substr(0, started));
-  std::string rest = session.output().substr(started);
+  expectCleanExit(session, c.input);
+  expectStart(session.out().substr(0, started));
+  std::string rest = session.out().substr(started);
   EXPECT_EQ(takeRequests(sim, &rest), c.requests) << c.input;
   EXPECT_EQ(rest, expand(c.expected)) << c.input;
 }
@@ -589,15 +488,15 @@ TEST(InteractiveMenu, AsyncResponseIsPrintedNotKept) {
   orntest::Ornsim sim({"--respond", std::string("200:") + kDevices,
                        "--response-delay-ms", "200"});
   ASSERT_TRUE(sim.ok()) << sim.error();
-  Session session(sim.socketPath());
+  orntest::LiveProcess session = startSession(sim.socketPath());
   ASSERT_TRUE(awaitStart(session));
-  const size_t started = session.output().size();
+  const size_t started = session.out().size();
   session.send("2\n6\n");
-  ASSERT_TRUE(session.waitFor(std::string("Response Data: ") + kDevices + "\n",
+  ASSERT_TRUE(session.waitForOut(std::string("Response Data: ") + kDevices + "\n",
                               started));
   session.send("3\n0\n");
-  EXPECT_TRUE(session.finish());
-  std::string rest = session.output().substr(started);
+  expectCleanExit(session, "");
+  std::string rest = session.out().substr(started);
   EXPECT_EQ(takeRequests(sim, &rest),
             (std::vector<Recorded>{{false, 1, kReachable}}));
   EXPECT_EQ(
@@ -613,20 +512,20 @@ TEST(InteractiveMenu, AsyncResponseIsPrintedNotKept) {
 TEST(InteractiveMenu, FailedSendsAfterTheServiceWentAway) {
   orntest::Ornsim sim({"--respond", std::string("200:") + kDevices});
   ASSERT_TRUE(sim.ok()) << sim.error();
-  Session session(sim.socketPath());
+  orntest::LiveProcess session = startSession(sim.socketPath());
   ASSERT_TRUE(awaitStart(session));
-  const size_t started = session.output().size();
+  const size_t started = session.out().size();
   session.send("1\n6\n");
-  ASSERT_TRUE(session.waitFor(
+  ASSERT_TRUE(session.waitForOut(
       std::string("Response Data: ") + kDevices + "\n" + kMenu, started));
   sim.stop();
-  const size_t stopped = session.output().size();
-  ASSERT_TRUE(session.waitFor("Event Type: 22\n", stopped));
-  ASSERT_TRUE(session.waitFor(
-      "\n", session.output().find("Event Type: 22\n", stopped) + 15));
+  const size_t stopped = session.out().size();
+  ASSERT_TRUE(session.waitForOut("Event Type: 22\n", stopped));
+  ASSERT_TRUE(session.waitForOut(
+      "\n", session.out().find("Event Type: 22\n", stopped) + 15));
   session.send("1\n6\n3\n2\n6\n0\n");
-  EXPECT_TRUE(session.finish());
-  std::string rest = session.output().substr(started);
+  expectCleanExit(session, "");
+  std::string rest = session.out().substr(started);
   const std::vector<Recorded> requests = takeRequests(sim, &rest);
   EXPECT_EQ(requests, (std::vector<Recorded>{{true, 1, kReachable}}));
   EXPECT_EQ(
@@ -654,12 +553,12 @@ TEST(InteractiveDfi, DeviceCacheFromHomeFile) {
     "groups":[]})";
   orntest::Ornsim sim({"--home", home});
   ASSERT_TRUE(sim.ok()) << sim.error();
-  Session session(sim.socketPath());
+  orntest::LiveProcess session = startSession(sim.socketPath());
   ASSERT_TRUE(awaitStart(session));
-  const size_t started = session.output().size();
+  const size_t started = session.out().size();
   session.send("1\n2\n1\n1\n2\n2\n-20\n0\n");
-  EXPECT_TRUE(session.finish());
-  std::string rest = session.output().substr(started);
+  expectCleanExit(session, "");
+  std::string rest = session.out().substr(started);
   const std::vector<Recorded> requests = takeRequests(sim, &rest);
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(requests[0], (Recorded{true, 1, kReachable}));

@@ -1,23 +1,13 @@
 // orncli subscribe end to end: listen against a private ornsim, with events emitted by
 // the simulator and real state changes made by a second orncli process.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <rapidjson/document.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
 #include <string>
 #include <vector>
 
 #include "CliExpect.h"
 #include "OrnTestSupport.h"
-
-extern char** environ;
 
 namespace {
 
@@ -27,7 +17,6 @@ using clitest::recorded;
 using clitest::RecordedRequest;
 using orntest::Ornsim;
 using orntest::runOrncli;
-using Clock = std::chrono::steady_clock;
 
 constexpr const char kPowerEvents[] = "Corva.Endpoint.Feature.Power:Property.PowerState.Change";
 
@@ -36,146 +25,6 @@ std::string confirmation(const std::string& entityId, int code) {
          std::to_string(code) + "}\n";
 }
 
-// An orncli run whose output is read while it runs, so a test can act between its lines.
-class RunningOrncli {
- public:
-  RunningOrncli(const std::string& socketPath, const std::vector<std::string>& args) {
-    int outPipe[2];
-    int errPipe[2];
-    if (pipe2(outPipe, O_CLOEXEC) != 0) {
-      return;
-    }
-    if (pipe2(errPipe, O_CLOEXEC) != 0) {
-      close(outPipe[0]);
-      close(outPipe[1]);
-      return;
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, outPipe[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, errPipe[1], 2);
-
-    const std::string exe = orntest::orncliPath();
-    std::vector<std::string> argStrings = {exe};
-    argStrings.insert(argStrings.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (std::string& arg : argStrings) {
-      argv.push_back(&arg[0]);
-    }
-    argv.push_back(nullptr);
-    std::vector<std::string> envStrings = {"ORN_QIPC_SOCKET=" + socketPath};
-    for (char** e = environ; *e; ++e) {
-      if (std::string(*e).rfind("ORN_QIPC_SOCKET=", 0) != 0) {
-        envStrings.push_back(*e);
-      }
-    }
-    std::vector<char*> envp;
-    for (std::string& entry : envStrings) {
-      envp.push_back(&entry[0]);
-    }
-    envp.push_back(nullptr);
-
-    if (posix_spawn(&pid_, exe.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
-      pid_ = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
-    close(outPipe[1]);
-    close(errPipe[1]);
-    outFd_ = outPipe[0];
-    errFd_ = errPipe[0];
-  }
-
-  ~RunningOrncli() {
-    if (pid_ > 0) {
-      kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-    }
-    closeFd(&outFd_);
-    closeFd(&errFd_);
-  }
-
-  RunningOrncli(const RunningOrncli&) = delete;
-  RunningOrncli& operator=(const RunningOrncli&) = delete;
-
-  bool started() const { return pid_ > 0; }
-
-  // Waits until stderr holds a whole line, or the deadline passes (false).
-  bool waitForErrLine(Clock::time_point deadline) {
-    while (err_.find('\n') == std::string::npos) {
-      if (!pump(deadline)) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  // Reads both streams to their end and reaps the process; false at the deadline.
-  bool finish(Clock::time_point deadline) {
-    while (outFd_ >= 0 || errFd_ >= 0) {
-      if (!pump(deadline)) {
-        return false;
-      }
-    }
-    int status = 0;
-    if (waitpid(pid_, &status, 0) != pid_) {
-      return false;
-    }
-    pid_ = -1;
-    exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return true;
-  }
-
-  const std::string& out() const { return out_; }
-  const std::string& err() const { return err_; }
-  int exitCode() const { return exitCode_; }
-
- private:
-  static void closeFd(int* fd) {
-    if (*fd >= 0) {
-      close(*fd);
-      *fd = -1;
-    }
-  }
-
-  // One poll over the open streams; false when the deadline passed or nothing is open.
-  bool pump(Clock::time_point deadline) {
-    pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0 || (outFd_ < 0 && errFd_ < 0)) {
-      return false;
-    }
-    const int ready = poll(fds, 2, static_cast<int>(left));
-    if (ready < 0) {
-      return errno == EINTR;
-    }
-    readInto(fds[0], &outFd_, &out_);
-    readInto(fds[1], &errFd_, &err_);
-    return true;
-  }
-
-  static void readInto(const pollfd& p, int* fd, std::string* text) {
-    if (*fd < 0 || p.revents == 0) {
-      return;
-    }
-    char buffer[4096];
-    const ssize_t n = read(*fd, buffer, sizeof buffer);
-    if (n > 0) {
-      text->append(buffer, static_cast<size_t>(n));
-    } else if (n == 0 || errno != EINTR) {
-      closeFd(fd);
-    }
-  }
-
-  pid_t pid_ = -1;
-  int outFd_ = -1;
-  int errFd_ = -1;
-  std::string out_;
-  std::string err_;
-  int exitCode_ = -1;
-};
-
 std::string createPayload(const std::string& entityId, const std::string& nameSpace,
                           const std::string& name) {
   return R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":")" +
@@ -183,52 +32,21 @@ std::string createPayload(const std::string& entityId, const std::string& nameSp
          R"("}]}]})";
 }
 
-// The entity id of a device of the simulator's home that can be switched on and off.
-std::string findPowerDevice(const Ornsim& sim) {
-  const orntest::RunResult run = runOrncli(sim.socketPath(), {"devices"});
-  const std::string marker = ",\"responseData\":";
-  const size_t at = run.out.find(marker);
-  if (run.exitCode != 0 || at == std::string::npos) {
-    return "";
-  }
-  std::string data = run.out.substr(at + marker.size());
-  data.resize(data.size() - 2);  // the closing "}\n" of the response line
-  rapidjson::Document doc;
-  doc.Parse(data.c_str());
-  if (doc.HasParseError() || !doc.IsObject() || !doc.HasMember("results") ||
-      !doc["results"].IsArray()) {
-    return "";
-  }
-  for (const auto& device : doc["results"].GetArray()) {
-    if (!device.IsObject() || !device.HasMember("id") || !device["id"].IsString() ||
-        !device.HasMember("capabilities") || !device["capabilities"].IsObject()) {
-      continue;
-    }
-    const auto& capabilities = device["capabilities"];
-    if (!capabilities.HasMember("interfaces") || !capabilities["interfaces"].IsArray()) {
-      continue;
-    }
-    for (const auto& name : capabilities["interfaces"].GetArray()) {
-      if (name.IsString() && std::string(name.GetString()) == "Corva.PowerController") {
-        return device["id"].GetString();
-      }
-    }
-  }
-  return "";
-}
+// A switchable light of the simulator's built-in home.
+constexpr const char kKitchenLight[] = "light-kitchen";
 
 TEST(Subscribe, ListenPrintsStateChangesMadeByAnotherProcess) {
   Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
-  const std::string device = findPowerDevice(sim);
-  ASSERT_FALSE(device.empty()) << "no switchable device in the simulator's home";
+  const std::string device = kKitchenLight;
   ASSERT_EQ(0, runOrncli(sim.socketPath(), {"power", "turnOff", "--endpoints", device}).exitCode);
 
   const std::string create = device + ":" + kPowerEvents;
-  RunningOrncli listener(sim.socketPath(),
-                         {"subscribe", "listen", "--create", create, "--timeout", "3"});
-  ASSERT_TRUE(listener.started());
-  ASSERT_TRUE(listener.waitForErrLine(Clock::now() + std::chrono::seconds(10))) << listener.err();
+  orntest::LiveProcess listener(orntest::orncliPath(),
+                                {"subscribe", "listen", "--create", create, "--timeout", "3"},
+                                orntest::clientEnv(sim.socketPath()));
+  ASSERT_TRUE(listener.started()) << listener.err();
+  ASSERT_TRUE(listener.waitForErr("\n")) << listener.err();
   ASSERT_EQ(0u, listener.err().find("{\"subscription_created\":\"" + device + "\",\"responseCode\":"))
       << listener.err();
 
@@ -236,8 +54,9 @@ TEST(Subscribe, ListenPrintsStateChangesMadeByAnotherProcess) {
       runOrncli(sim.socketPath(), {"power", "turnOn", "--endpoints", device});
   EXPECT_EQ(0, change.exitCode) << change.err;
 
-  ASSERT_TRUE(listener.finish(Clock::now() + std::chrono::seconds(10)));
-  EXPECT_EQ(0, listener.exitCode());
+  const orntest::RunResult listened = listener.finish();
+  ASSERT_FALSE(listened.timedOut);
+  EXPECT_EQ(0, listened.exitCode);
   ASSERT_FALSE(listener.out().empty());
   size_t start = 0;
   while (start < listener.out().size()) {

@@ -203,72 +203,133 @@ std::vector<std::string> Ornsim::recordedRequests() const {
   return requests;
 }
 
-RunResult runProcess(const std::string& exe, const std::vector<std::string>& args,
-                     const RunOptions& options) {
-  RunResult result;
-  Child child = spawn(exe, args, options.env, "");
+LiveProcess::LiveProcess(const std::string& exe, const std::vector<std::string>& args,
+                         const std::map<std::string, std::string>& env) {
+  // A child that dies early must fail the test, not end it through a write to its stdin.
+  signal(SIGPIPE, SIG_IGN);
+  Child child = spawn(exe, args, env, "");
   if (child.pid <= 0) {
-    result.err = std::string("cannot start ") + exe + ": " + std::strerror(errno);
+    err_ = std::string("cannot start ") + exe + ": " + std::strerror(errno);
+    return;
+  }
+  pid_ = child.pid;
+  in_ = child.in;
+  outFd_ = child.out;
+  errFd_ = child.err;
+  fcntl(in_, F_SETFL, O_NONBLOCK);
+}
+
+LiveProcess::~LiveProcess() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  for (int fd : {in_, outFd_, errFd_})
+    if (fd >= 0)
+      close(fd);
+}
+
+bool LiveProcess::waitForOut(const std::string& needle, size_t from,
+                             std::chrono::milliseconds timeout) {
+  return waitFor("out", needle, from, timeout);
+}
+
+bool LiveProcess::waitForErr(const std::string& needle, size_t from,
+                             std::chrono::milliseconds timeout) {
+  return waitFor("err", needle, from, timeout);
+}
+
+bool LiveProcess::waitFor(const std::string& stream, const std::string& needle, size_t from,
+                          std::chrono::milliseconds timeout) {
+  const std::string& text = stream == "out" ? out_ : err_;
+  const int& fd = stream == "out" ? outFd_ : errFd_;
+  auto deadline = Clock::now() + timeout;
+  while (text.find(needle, from) == std::string::npos) {
+    if (fd < 0 || !pump(deadline))
+      return false;
+  }
+  return true;
+}
+
+void LiveProcess::send(const std::string& text) {
+  pendingIn_ += text;
+  pump(Clock::now());
+}
+
+bool LiveProcess::pump(Clock::time_point deadline) {
+  if (in_ >= 0 && pendingIn_.empty() && closeInWhenWritten_) {
+    close(in_);
+    in_ = -1;
+  }
+  pollfd fds[3] = {{outFd_, POLLIN, 0},
+                   {errFd_, POLLIN, 0},
+                   {pendingIn_.empty() ? -1 : in_, POLLOUT, 0}};
+  int ready = poll(fds, 3, msLeft(deadline));
+  if (ready < 0)
+    return errno == EINTR;
+  if (ready == 0)
+    return false;
+  int* fdOf[2] = {&outFd_, &errFd_};
+  std::string* textOf[2] = {&out_, &err_};
+  for (int i = 0; i < 2; ++i) {
+    if (*fdOf[i] < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
+      continue;
+    char buf[4096];
+    ssize_t got = read(*fdOf[i], buf, sizeof buf);
+    if (got > 0) {
+      textOf[i]->append(buf, static_cast<size_t>(got));
+    } else if (got == 0 || errno != EINTR) {
+      close(*fdOf[i]);
+      *fdOf[i] = -1;
+    }
+  }
+  if (fds[2].fd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
+    ssize_t put = write(in_, pendingIn_.data(), pendingIn_.size());
+    if (put > 0)
+      pendingIn_.erase(0, static_cast<size_t>(put));
+    else if (put < 0 && errno != EAGAIN && errno != EINTR)
+      pendingIn_.clear();  // the child closed its stdin; nothing more will be read
+  }
+  return true;
+}
+
+RunResult LiveProcess::finish(std::chrono::milliseconds timeout, bool keepStdin) {
+  RunResult result;
+  if (pid_ <= 0) {
+    result.err = err_;
     return result;
   }
-  auto deadline = Clock::now() + options.timeout;
-  fcntl(child.in, F_SETFL, O_NONBLOCK);
-  size_t written = 0;
-  if (options.stdinText.empty() && options.closeStdin) {
-    close(child.in);
-    child.in = -1;
-  }
-
+  closeInWhenWritten_ = !keepStdin;
+  auto deadline = Clock::now() + timeout;
   bool timedOut = false;
-  while (child.out >= 0 || child.err >= 0) {
-    pollfd fds[3];
-    int n = 0;
-    fds[n++] = {child.out, POLLIN, 0};
-    fds[n++] = {child.err, POLLIN, 0};
-    bool writing = child.in >= 0 && written < options.stdinText.size();
-    fds[n++] = {writing ? child.in : -1, POLLOUT, 0};
-    int ready = poll(fds, 3, msLeft(deadline));
-    if (ready < 0 && errno == EINTR)
-      continue;
-    if (ready == 0) {
+  while (outFd_ >= 0 || errFd_ >= 0) {
+    if (!pump(deadline) && Clock::now() >= deadline) {
       timedOut = true;
       break;
     }
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
-        continue;
-      char buf[4096];
-      ssize_t got = read(fds[i].fd, buf, sizeof buf);
-      if (got > 0) {
-        (i == 0 ? result.out : result.err).append(buf, static_cast<size_t>(got));
-      } else if (got == 0 || errno != EINTR) {
-        close(fds[i].fd);
-        (i == 0 ? child.out : child.err) = -1;
-      }
-    }
-    if (writing && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-      ssize_t put = write(child.in, options.stdinText.data() + written,
-                          options.stdinText.size() - written);
-      if (put > 0)
-        written += static_cast<size_t>(put);
-      if (put < 0 && errno != EAGAIN && errno != EINTR)
-        written = options.stdinText.size();
-      if (written == options.stdinText.size() && options.closeStdin) {
-        close(child.in);
-        child.in = -1;
-      }
-    }
   }
-  bool killed = false;
   if (timedOut)
-    kill(child.pid, SIGKILL);
-  int status = reap(child.pid, timedOut ? Clock::now() : deadline, &killed);
-  for (int fd : {child.in, child.out, child.err})
-    if (fd >= 0)
-      close(fd);
+    kill(pid_, SIGKILL);
+  bool killed = false;
+  int status = reap(pid_, timedOut ? Clock::now() : deadline, &killed);
+  pid_ = -1;
   result.timedOut = timedOut || killed;
   result.exitCode = result.timedOut ? -1 : exitCodeOf(status);
+  result.out = out_;
+  result.err = err_;
   return result;
+}
+
+RunResult runProcess(const std::string& exe, const std::vector<std::string>& args,
+                     const RunOptions& options) {
+  LiveProcess process(exe, args, options.env);
+  process.send(options.stdinText);
+  return process.finish(options.timeout, !options.closeStdin);
+}
+
+std::map<std::string, std::string> clientEnv(const std::string& socketPath) {
+  return {{"ORN_QIPC_SOCKET", socketPath}};
 }
 
 RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args,

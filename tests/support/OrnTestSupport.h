@@ -71,9 +71,55 @@ struct RunOptions {
   std::chrono::milliseconds timeout{30000};  // the child is killed after this
 };
 
+// A running program on pipes: a test can wait for its output, answer, and act between its
+// lines. Killed (SIGKILL) and reaped on destruction if still running.
+class LiveProcess {
+ public:
+  LiveProcess(const std::string& exe, const std::vector<std::string>& args,
+              const std::map<std::string, std::string>& env = {});
+  ~LiveProcess();
+  LiveProcess(const LiveProcess&) = delete;
+  LiveProcess& operator=(const LiveProcess&) = delete;
+
+  bool started() const { return pid_ > 0; }
+  const std::string& out() const { return out_; }
+  const std::string& err() const { return err_; }
+
+  // Waits until needle stands in stdout (stderr) at or after from; false when the timeout
+  // passes or the stream ends first.
+  bool waitForOut(const std::string& needle, size_t from = 0,
+                  std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  bool waitForErr(const std::string& needle, size_t from = 0,
+                  std::chrono::milliseconds timeout = std::chrono::seconds(10));
+  // Queues text for stdin; it is written as the child reads, never blocking the test.
+  void send(const std::string& text);
+  // Closes stdin (once queued text is written, unless keepStdin), reads both streams to
+  // their end and reaps the child; kills it when the timeout passes first.
+  RunResult finish(std::chrono::milliseconds timeout = std::chrono::seconds(10),
+                   bool keepStdin = false);
+
+ private:
+  bool waitFor(const std::string& stream, const std::string& needle, size_t from,
+               std::chrono::milliseconds timeout);
+  // One poll over the open descriptors; false when the deadline passed.
+  bool pump(std::chrono::steady_clock::time_point deadline);
+
+  pid_t pid_ = -1;
+  int in_ = -1;
+  int outFd_ = -1;
+  int errFd_ = -1;
+  bool closeInWhenWritten_ = false;
+  std::string pendingIn_;
+  std::string out_;
+  std::string err_;
+};
+
 // Runs a program to completion, capturing stdout and stderr (no shell involved).
 RunResult runProcess(const std::string& exe, const std::vector<std::string>& args,
                      const RunOptions& options = {});
+
+// The environment that points orncli (or any client of the library) at socketPath.
+std::map<std::string, std::string> clientEnv(const std::string& socketPath);
 
 // Runs the built orncli with ORN_QIPC_SOCKET pointing at the given socket.
 RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args,
