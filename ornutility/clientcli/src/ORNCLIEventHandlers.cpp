@@ -84,10 +84,10 @@ void ORNCLIInteractiveEventHandler::onResponse(std::shared_ptr<ORNResponse> resp
     ORNCLI_LOG_ERROR(kHandlersSourcePath, "Received null response");
     return;
   }
-  writeLine("\nReceived async response:");
-  writeLine("Request ID: " + response->requestId);
-  writeLine("Response Code: " + std::to_string(response->responseCode));
-  writeLine("Response Data: " + response->responseData);
+  // One write for the whole block, so the menu thread's output cannot split it.
+  writeLine("\nReceived async response:\nRequest ID: " + response->requestId +
+            "\nResponse Code: " + std::to_string(response->responseCode) +
+            "\nResponse Data: " + response->responseData);
 }
 
 void ORNCLIInteractiveEventHandler::onEvent(std::shared_ptr<ORNEvent> event) noexcept {
@@ -99,9 +99,8 @@ void ORNCLIInteractiveEventHandler::onEvent(std::shared_ptr<ORNEvent> event) noe
     std::lock_guard<std::mutex> lock(lastEventMutex_);
     lastEvent_ = event;
   }
-  writeLine("\nReceived event:");
-  writeLine("Event Type: " + std::to_string(event->eventType));
-  writeLine("Event Data: " + event->payload);
+  writeLine("\nReceived event:\nEvent Type: " + std::to_string(event->eventType) +
+            "\nEvent Data: " + event->payload);
 }
 
 std::shared_ptr<ORNEvent> ORNCLIInteractiveEventHandler::lastEvent() const {
