@@ -136,19 +136,6 @@ std::shared_ptr<ORNRequest> request(ORNClient& client, int type,
 const char kDevices[] =
     R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
 
-// Waits for the record file to hold `count` lines.
-bool waitRecordLines(const orntest::Ornsim& sim, size_t count) {
-  const auto deadline = Clock::now() + kWait;
-  while (sim.recordLines().size() < count) {
-    if (Clock::now() > deadline)
-      return false;
-    // The record file has no change notification we could wait on; poll it
-    // briefly.
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  return true;
-}
-
 // A listening socket in a temp folder that plays a broken service by hand.
 class FakeService {
  public:
@@ -240,7 +227,7 @@ TEST(Connector, HandshakeRegistersAndDeliversBothEvents) {
   ASSERT_GE(events.size(), 2u);
   EXPECT_EQ(events[0].eventType, 20);
   EXPECT_EQ(events[1].eventType, 23);
-  ASSERT_TRUE(waitRecordLines(sim, 1));
+  ASSERT_TRUE(sim.waitForRecordLines(1));
   EXPECT_EQ(sim.recordLines()[0], R"({"register":"tester","connectorType":1})");
   EXPECT_EQ(c->handler->callerThreadCallbacks(), 0);
 }
@@ -309,7 +296,7 @@ TEST(Connector, NoRegisterWithholdsOnlyTheRegisteredEvent) {
   ASSERT_TRUE(
       c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   ASSERT_TRUE(c.handler->waitEvents(20));
-  ASSERT_TRUE(waitRecordLines(sim, 1));
+  ASSERT_TRUE(sim.waitForRecordLines(1));
   // The service answers in order, so a response proves no event 23 is still on
   // its way.
   ASSERT_TRUE(c.client->sendSyncRequest(request(*c.client, 1, kDevices)));
@@ -322,7 +309,7 @@ TEST(Connector, SyncRequestEndsWhenTheServiceDies) {
   auto c = connectTo(sim.socketPath(), "tester");
   ASSERT_TRUE(c);
   std::thread killer([&] {
-    if (waitRecordLines(sim, 2))
+    if (sim.waitForRecordLines(2))
       kill(sim.pid(), SIGKILL);
   });
   auto resp = c->client->sendSyncRequest(request(*c->client, 1, kDevices));
@@ -361,7 +348,7 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
     unlink(link.c_str());
     ASSERT_EQ(symlink(sim.socketPath().c_str(), link.c_str()), 0);
     ASSERT_TRUE(c.handler->waitEvents(23, round)) << "round " << round;
-    ASSERT_TRUE(waitRecordLines(sim, 1));
+    ASSERT_TRUE(sim.waitForRecordLines(1));
     EXPECT_EQ(sim.recordLines()[0],
               R"({"register":"tester","connectorType":1})");
   }

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -194,6 +195,26 @@ int Ornsim::stop() {
 }
 
 std::vector<std::string> Ornsim::recordLines() const { return readLines(record_); }
+
+bool Ornsim::waitForRecordLines(size_t count, std::chrono::milliseconds timeout) const {
+  auto deadline = Clock::now() + timeout;
+  // Watch the folder: the record file may not exist yet.
+  int fd = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  if (fd < 0)
+    return false;
+  inotify_add_watch(fd, dir_.path().c_str(), IN_MODIFY | IN_CREATE | IN_CLOSE_WRITE);
+  bool enough;
+  while (!(enough = recordLines().size() >= count)) {
+    pollfd p{fd, POLLIN, 0};
+    if (poll(&p, 1, msLeft(deadline)) <= 0 && Clock::now() >= deadline)
+      break;
+    char events[4096];
+    while (read(fd, events, sizeof events) > 0) {
+    }
+  }
+  close(fd);
+  return enough;
+}
 
 std::vector<std::string> Ornsim::recordedRequests() const {
   std::vector<std::string> requests;

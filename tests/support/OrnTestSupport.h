@@ -44,6 +44,10 @@ class Ornsim {
 
   // The record file's lines (one JSON object each) as they stand now.
   std::vector<std::string> recordLines() const;
+  // Waits until the record file holds at least count lines (woken by file-system
+  // notifications, not polling); false when the timeout passes first.
+  bool waitForRecordLines(size_t count,
+                          std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
   // Record lines of requests only (those with "requestType"), in arrival order.
   std::vector<std::string> recordedRequests() const;
   // Stops the process now; returns its exit status (or -1 if killed by a signal).
