@@ -35,26 +35,14 @@ TEST(DFIRequest, JsonText) {
   }
 }
 
-TEST(DFIRequest, FilledRequest) {
+// Filled requests are pinned by the dfi and state report end-to-end cases.
+TEST(DFIRequest, StringsEndAtTheirFirstNul) {
   DFIRequest r;
-  r.nameSpace = "Corva.PowerController";
-  r.name = "TurnOn";
-  r.payloadVersion = "3.0";
-  r.entityId = "eid1";
-  r.endpointId = "epid1";
-  r.payload = "{}";
-  EXPECT_EQ(
-      R"({"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},)"
-      R"("endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}})",
-      r.toJsonString());
-
-  r.nameSpace = "Corva";
-  r.name = "ReportState";
-  r.payloadVersion = "3";
+  r.name = "a\"b";
   r.friendlyName = std::string("My Light\0hidden", 15);
   EXPECT_EQ(
-      R"({"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},)"
-      R"("endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}})",
+      R"({"header":{"namespace":"","name":"a\"b","payloadVersion":""},)"
+      R"("endpoint":{"entityId":"","endpointId":"","friendlyName":"My Light"}})",
       r.toJsonString());
 }
 

@@ -23,19 +23,10 @@ TEST(QfiPath, RendersEachKind) {
        "/v2/endpoints/batch/interfaces/power/turnOn/"},
       {QfiPath::batchDirective("power", ""),
        "/v2/endpoints/batch/interfaces/power/"},
-      {QfiPath::batchDirective("colorTemperature", "setColorTemperature"),
-       "/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/"},
       {QfiPath::endpointFeature("id1", "power"),
        "/v2/endpoints/id1/features/power/"},
       {QfiPath::endpointFeature("a b/c", ""), "/v2/endpoints/a b/c/features//"},
       {QfiPath::endpointQuery({}), "/v2/endpoints"},
-      {QfiPath::endpointQuery({{"filterExpression",
-                                "features[name:connectivity].properties[name:"
-                                "reachability].value.value=OK"}}),
-       "/v2/"
-       "endpoints?filterExpression=features[name:connectivity].properties[name:"
-       "reachability]"
-       ".value.value=OK"},
       {storedPath("v2/no/leading/slash"), "v2/no/leading/slash"},
       {storedPath("/custom", 7), "/custom"},
   };

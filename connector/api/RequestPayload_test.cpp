@@ -31,6 +31,7 @@ constexpr char kDfiB[] =
     R"({"header":{"namespace":"","name":"B","payloadVersion":""},)"
     R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""},"payload":[]})";
 
+// Single-part payloads are pinned by the one-shot end-to-end cases.
 TEST(RequestPayload, JsonText) {
   static const struct {
     const char* name;
@@ -39,14 +40,6 @@ TEST(RequestPayload, JsonText) {
     std::string want;
   } kCases[] = {
       {"nothing", nullptr, {}, ""},
-      {"qfi only keeps an empty dfi",
-       qfi("/v2/endpoints/id1/features/power/"),
-       {},
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
-      {"dfi only has no qfi",
-       nullptr,
-       {dfi("A")},
-       std::string(R"({"dfi":[)") + kDfiA + "]}"},
       {"qfi first, dfis in order",
        qfi("/p"),
        {dfi("B", "[]"), dfi("A")},
@@ -103,22 +96,6 @@ TEST(ORNRequestBuilder, Build) {
     EXPECT_EQ("", r->requestContext) << c.name;
     EXPECT_EQ(c.want, r->payload) << c.name;
   }
-}
-
-TEST(ORNRequestBuilder, DeviceListPayload) {
-  ORNRequestBuilder b;
-  EXPECT_EQ(0, b.requestType);
-  b.requestType = 1;
-  b.addQfi(QfiPath::endpointQuery(
-               {{"filterExpression",
-                 "features[name:connectivity].properties[name:reachability]"
-                 ".value.value=OK"}})
-               .toString(),
-           QFIRequest::GET, "");
-  EXPECT_EQ(
-      R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity])"
-      R"(.properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})",
-      b.build()->payload);
 }
 
 }  // namespace

@@ -98,19 +98,6 @@ TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
   EXPECT_EQ(d.next(&body, &err), FrameDecoder::Status::kError);
 }
 
-TEST(Frame, DecoderDoesNotHoldOnToConsumedBytes) {
-  std::string f;
-  ASSERT_TRUE(encodeFrame(std::string(1000, 'z'), &f));
-  FrameDecoder d;
-  std::string body, err;
-  for (int i = 0; i < 1000; ++i) {
-    d.feed(f.data(), f.size() - 1);
-    d.feed(f.data() + f.size() - 1, 1);
-    ASSERT_EQ(d.next(&body, &err), FrameDecoder::Status::kFrame);
-  }
-  EXPECT_EQ(d.buffered(), 0u);
-}
-
 }  // namespace
 }  // namespace qipc
 }  // namespace ornwick

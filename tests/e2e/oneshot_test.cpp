@@ -2,6 +2,7 @@
 // checking the exact output, exit status and the request that reached the service.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,6 @@ struct SentCase {
   std::vector<std::string> args;
   int requestType;
   const char* payload;
-  bool sync;
 };
 
 // Runs each case against sim, which answers every request with 200 and {"ok":true}.
@@ -42,7 +42,8 @@ void expectSent(const Ornsim& sim, const SentCase* cases, size_t count) {
     EXPECT_EQ(responseLine(request.requestId, 200, R"({"ok":true})"), run.out)
         << joinArgs(c.args);
     EXPECT_EQ("ORNCLI-cmd", request.client) << joinArgs(c.args);
-    EXPECT_EQ(c.sync, request.sync) << joinArgs(c.args);
+    const bool sync = std::find(c.args.begin(), c.args.end(), "--sync") != c.args.end();
+    EXPECT_EQ(sync, request.sync) << joinArgs(c.args);
     EXPECT_EQ(c.requestType, request.requestType) << joinArgs(c.args);
     EXPECT_EQ(c.payload, request.payload) << joinArgs(c.args);
     EXPECT_FALSE(request.requestId.empty()) << joinArgs(c.args);
@@ -53,59 +54,35 @@ TEST(OneShot, LightSubcommandsSendTheirRequests) {
   Ornsim sim({"--respond", R"(200:{"ok":true})"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   static const SentCase kCases[] = {
-      {{"power", "turnOn", "--endpoints", "e1,e2"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{}}},"dfi":[]})",
-       false},
-      {{"power", "turnOff", "--endpoints", "a,,b,"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":"a"},{"endpointId":""},{"endpointId":"b"}],"directivePayload":{}}},"dfi":[]})",
-       false},
-      {{"power", "get", "--endpoint", "e1", "--endpoints", "x,y"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})",
-       false},
-      {{"brightness", "set", "--endpoints", "e1,e2", "--value", " 40 "},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":40}}},"dfi":[]})",
-       false},
-      {{"brightness", "set", "--endpoints", "e1", "--value", "250"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightness":250}}},"dfi":[]})",
-       false},
-      {{"brightness", "adjust", "--value", "oops", "--endpoints", "e1", "--delta", "-10"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-10}}},"dfi":[]})",
-       false},
-      {{"brightness", "get", "--endpoint", "e9"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})",
-       false},
+      {{"power", "turnOn", "--endpoints", "e1,e2"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{}}},"dfi":[]})"},
+      {{"power", "turnOff", "--endpoints", "a,,b,"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":"a"},{"endpointId":""},{"endpointId":"b"}],"directivePayload":{}}},"dfi":[]})"},
+      {{"power", "get", "--endpoint", "e1", "--endpoints", "x,y"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})"},
+      {{"brightness", "set", "--endpoints", "e1,e2", "--value", " 40 "}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":40}}},"dfi":[]})"},
+      {{"brightness", "set", "--endpoints", "e1", "--value", "250"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightness":250}}},"dfi":[]})"},
+      {{"brightness", "adjust", "--value", "oops", "--endpoints", "e1", "--delta", "-10"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-10}}},"dfi":[]})"},
+      {{"brightness", "get", "--endpoint", "e9"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})"},
       {{"color", "set", "--endpoints", "id1,id2", "--hue", "120", "--saturation", "0.5",
-        "--brightness", "0.8"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})",
-       false},
+        "--brightness", "0.8"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})"},
       // Lenient on purpose: junk reads as 0.0, trailing junk is ignored, ranges are advice.
       {{"color", "set", "--endpoints", "id1", "--hue", "abc", "--saturation", "2x",
-        "--brightness", "-1"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"color":{"hue":0.0,"saturation":2.0,"brightness":-1.0}}}},"dfi":[]})",
-       false},
+        "--brightness", "-1"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"color":{"hue":0.0,"saturation":2.0,"brightness":-1.0}}}},"dfi":[]})"},
       // A non-finite value cannot be written, so the body is dropped.
       {{"color", "set", "--endpoints", "id1", "--hue", "nan", "--saturation", "1",
-        "--brightness", "1"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST"},"dfi":[]})",
-       false},
-      {{"colortemp", "set", "--endpoints", "id1,id2", "--kelvin", "3500"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"colorTemperatureInKelvin":3500}}},"dfi":[]})",
-       false},
-      {{"colortemp", "set", "--endpoints", "id1", "--kelvin", "-50"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"colorTemperatureInKelvin":-50}}},"dfi":[]})",
-       false},
+        "--brightness", "1"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST"},"dfi":[]})"},
+      {{"colortemp", "set", "--endpoints", "id1,id2", "--kelvin", "3500"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"colorTemperatureInKelvin":3500}}},"dfi":[]})"},
+      {{"colortemp", "set", "--endpoints", "id1", "--kelvin", "-50"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"colorTemperatureInKelvin":-50}}},"dfi":[]})"},
   };
   expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
 }
@@ -114,55 +91,35 @@ TEST(OneShot, OtherSubcommandsSendTheirRequests) {
   Ornsim sim({"--respond", R"(200:{"ok":true})"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   static const SentCase kCases[] = {
-      {{"devices"}, 1, kDevicesPayload, false},
-      {{"devices", "extra", "args"}, 1, kDevicesPayload, false},
-      {{"state", "get", "--endpoint", "id1", "--feature", "power"},
-       3,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})",
-       false},
-      {{"state", "get", "--endpoint", "id1", "--feature", "brightness", "--latency", "medium"},
-       3,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/brightness/","method":"GET","requestBody":{"latencyTolerance":"medium"}},"dfi":[]})",
-       false},
+      {{"devices"}, 1, kDevicesPayload},
+      {{"devices", "extra", "args"}, 1, kDevicesPayload},
+      {{"state", "get", "--endpoint", "id1", "--feature", "power"}, 3,
+       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
+      {{"state", "get", "--endpoint", "id1", "--feature", "brightness", "--latency", "medium"}, 3,
+       R"({"qfi":{"path":"/v2/endpoints/id1/features/brightness/","method":"GET","requestBody":{"latencyTolerance":"medium"}},"dfi":[]})"},
       {{"state", "report", "--entity", "eid1", "--endpoint", "epid1", "--friendly-name",
-        "My Light"},
-       3,
-       R"({"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}}]})",
-       false},
+        "My Light"}, 3,
+       R"({"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}}]})"},
       {{"dfi", "--entity", "eid1", "--endpoint", "epid1", "--namespace", "Corva.PowerController",
-        "--name", "TurnOn"},
-       1,
-       R"({"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})",
-       false},
+        "--name", "TurnOn"}, 1,
+       R"({"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})"},
       {{"dfi", "--entity", "e", "--endpoint", "p", "--namespace", "Corva.BrightnessController",
-        "--name", "SetBrightness", "--payload", R"({"brightness":[1,2]})"},
-       1,
-       R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})",
-       false},
+        "--name", "SetBrightness", "--payload", R"({"brightness":[1,2]})"}, 1,
+       R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})"},
       // Not validated on purpose: the unparseable directive goes out as null.
       {{"dfi", "--entity", "e", "--endpoint", "p", "--namespace", "n", "--name", "x", "--payload",
-        "{bad"},
-       1,
-       R"({"dfi":[null]})",
-       false},
-      {{"qfi", "--path", "/v2/endpoints/id1/features/power/", "--method", "GET"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})",
-       false},
-      {{"qfi", "--path", "/v2/endpoints", "--method", "get", "--body", R"({"a":[true]})"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})",
-       false},
-      {{"subscribe", "list"}, 2, R"({"operation":"get","subscriptions":[]})", false},
+        "{bad"}, 1,
+       R"({"dfi":[null]})"},
+      {{"qfi", "--path", "/v2/endpoints/id1/features/power/", "--method", "GET"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})"},
+      {{"qfi", "--path", "/v2/endpoints", "--method", "get", "--body", R"({"a":[true]})"}, 1,
+       R"({"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})"},
+      {{"subscribe", "list"}, 2, R"({"operation":"get","subscriptions":[]})"},
       {{"subscribe", "create", "--endpoint", "eid1", "--events",
-        "Corva.Endpoint.Feature.Power:Property.PowerState.Change,bad,ns:a:b"},
-       2,
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"},{"namespace":"ns","name":"a:b"}]}]})",
-       false},
-      {{"subscribe", "delete", "--endpoint", "eid1", "--events", ":x"},
-       2,
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"","name":"x"}]}]})",
-       false},
+        "Corva.Endpoint.Feature.Power:Property.PowerState.Change,bad,ns:a:b"}, 2,
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"},{"namespace":"ns","name":"a:b"}]}]})"},
+      {{"subscribe", "delete", "--endpoint", "eid1", "--events", ":x"}, 2,
+       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"","name":"x"}]}]})"},
   };
   expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
 }
@@ -171,19 +128,13 @@ TEST(OneShot, GlobalFlagsAreFoundAnywhere) {
   Ornsim sim({"--respond", R"(200:{"ok":true})"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   static const SentCase kCases[] = {
-      {{"--sync", "devices"}, 1, kDevicesPayload, true},
-      {{"devices", "--sync"}, 1, kDevicesPayload, true},
-      {{"--help", "devices"}, 1, kDevicesPayload, false},
-      {{"-x", "devices"}, 1, kDevicesPayload, false},
-      {{"--timeout", "5", "--connect-timeout", "5", "devices"}, 1, kDevicesPayload, false},
-      {{"--sync", "--timeout", "0", "subscribe", "list"},
-       2,
-       R"({"operation":"get","subscriptions":[]})",
-       true},
-      {{"--sync", "power", "get", "--endpoint", "e1"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})",
-       true},
+      {{"--sync", "devices"}, 1, kDevicesPayload},
+      {{"devices", "--sync"}, 1, kDevicesPayload},
+      {{"--help", "devices"}, 1, kDevicesPayload},
+      {{"-x", "devices"}, 1, kDevicesPayload},
+      {{"--timeout", "5", "--connect-timeout", "5", "devices"}, 1, kDevicesPayload},
+      {{"--sync", "--timeout", "0", "subscribe", "list"}, 2,
+       R"({"operation":"get","subscriptions":[]})"},
   };
   expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
 }
@@ -196,26 +147,17 @@ TEST(OneShot, ResponseIsPrintedRawWhateverItsCode) {
   } kCases[] = {
       {"200:", 200, R"("")"},
       {R"(404:{"error":"no such endpoint"})", 404, R"({"error":"no such endpoint"})"},
-      {"503:[1,2]", 503, "[1,2]"},
-      {R"(200:"text")", 200, R"("text")"},
       {"500:not json: at all", 500, "not json: at all"},
   };
   for (const auto& c : kCases) {
     Ornsim sim({"--respond", c.respond});
     ASSERT_TRUE(sim.ok()) << sim.error();
-    for (const bool sync : {false, true}) {
-      std::vector<std::string> args = {"devices"};
-      if (sync) {
-        args.push_back("--sync");
-      }
-      const orntest::RunResult run = runOrncli(sim.socketPath(), args);
-      const std::vector<RecordedRequest> requests = recorded(sim);
-      ASSERT_FALSE(requests.empty()) << c.respond;
-      EXPECT_EQ(0, run.exitCode) << c.respond << " sync " << sync;
-      EXPECT_EQ("", run.err) << c.respond << " sync " << sync;
-      EXPECT_EQ(responseLine(requests.back().requestId, c.code, c.data), run.out)
-          << c.respond << " sync " << sync;
-    }
+    const orntest::RunResult run = runOrncli(sim.socketPath(), {"devices"});
+    const std::vector<RecordedRequest> requests = recorded(sim);
+    ASSERT_FALSE(requests.empty()) << c.respond;
+    EXPECT_EQ(0, run.exitCode) << c.respond;
+    EXPECT_EQ("", run.err) << c.respond;
+    EXPECT_EQ(responseLine(requests.back().requestId, c.code, c.data), run.out) << c.respond;
   }
 }
 
@@ -235,33 +177,27 @@ void expectOutput(const std::string& socketPath, const std::vector<OutputCase>& 
   }
 }
 
-TEST(OneShot, UsageTextIsWholeAndEndsWithBlankLine) {
-  orntest::TempDir nowhere;
-  const orntest::RunResult run = runOrncli(nowhere.file("none.sock"), {"--help"});
-  EXPECT_EQ(0, run.exitCode);
-  EXPECT_EQ("", run.err);
-  const std::string& text = run.out;
-  EXPECT_EQ(0u, text.find("ORNCLI - Ornwick Command Line Interface\n\nUSAGE:\n"));
-  const std::string tail = "\n  Subscribe listen:  One JSON object per line on stdout for each event\n"
-                           "    {\"eventType\":N,\"payload\":\"...\"}\n\n";
-  ASSERT_GE(text.size(), tail.size());
-  EXPECT_EQ(tail, text.substr(text.size() - tail.size()));
-  EXPECT_EQ(std::string::npos, text.find(" \n")) << "no line has trailing blanks";
-  EXPECT_EQ(std::string::npos, text.find("\n\n\n"));
-  EXPECT_NE(std::string::npos,
-            text.find("    {\"error\":\"response_timeout\",\"message\":\"No response received "
-                      "within Ns\"}\n"));
-  EXPECT_NE(std::string::npos,
-            text.find("  --connect-timeout <sec> QIPC connection + registration timeout, "
-                      "default 10\n"));
-}
-
 TEST(OneShot, UsageWithoutConnecting) {
   // Nothing listens here: any attempt to connect would end in connection_timeout.
   orntest::TempDir nowhere;
   const std::string socketPath = nowhere.file("none.sock");
-  const std::string usage = runOrncli(socketPath, {"--help"}).out;
-  ASSERT_FALSE(usage.empty());
+  const orntest::RunResult help = runOrncli(socketPath, {"--help"});
+  EXPECT_EQ(0, help.exitCode);
+  EXPECT_EQ("", help.err);
+  const std::string& usage = help.out;
+  EXPECT_EQ(0u, usage.find("ORNCLI - Ornwick Command Line Interface\n\nUSAGE:\n"));
+  const std::string tail = "\n  Subscribe listen:  One JSON object per line on stdout for each event\n"
+                           "    {\"eventType\":N,\"payload\":\"...\"}\n\n";
+  ASSERT_GE(usage.size(), tail.size());
+  EXPECT_EQ(tail, usage.substr(usage.size() - tail.size()));
+  EXPECT_EQ(std::string::npos, usage.find(" \n")) << "no line has trailing blanks";
+  EXPECT_EQ(std::string::npos, usage.find("\n\n\n"));
+  EXPECT_NE(std::string::npos,
+            usage.find("    {\"error\":\"response_timeout\",\"message\":\"No response received "
+                       "within Ns\"}\n"));
+  EXPECT_NE(std::string::npos,
+            usage.find("  --connect-timeout <sec> QIPC connection + registration timeout, "
+                       "default 10\n"));
   expectOutput(socketPath, {
                                {{"--sync"}, 1, usage, ""},
                                {{"--timeout", "5"}, 1, usage, ""},
@@ -273,35 +209,27 @@ TEST(OneShot, UsageWithoutConnecting) {
                            });
 }
 
+std::string timedOut(const std::string& seconds) {
+  return errorLine("connection_timeout", "QIPC registration timed out after " + seconds + "s");
+}
+
 TEST(OneShot, NoServiceTimesOutBeforeTheSubcommandIsRead) {
   orntest::TempDir nowhere;
-  const std::string timedOut1 =
-      errorLine("connection_timeout", "QIPC registration timed out after 1s");
   expectOutput(nowhere.file("none.sock"),
                {
-                   {{"--connect-timeout", "1", "devices"}, 2, "", timedOut1},
-                   {{"--connect-timeout", "1", "bogus"}, 2, "", timedOut1},
-                   {{"devices", "--help", "--connect-timeout", "1"}, 2, "", timedOut1},
-                   {{"--connect-timeout", "1", ""}, 2, "", timedOut1},
-                   {{"--connect-timeout", "0", "--sync", "power"},
-                    2,
-                    "",
-                    errorLine("connection_timeout", "QIPC registration timed out after 0s")},
-                   {{"--connect-timeout", "-3", "state"},
-                    2,
-                    "",
-                    errorLine("connection_timeout", "QIPC registration timed out after -3s")},
+                   {{"--connect-timeout", "1", "devices"}, 2, "", timedOut("1")},
+                   {{"--connect-timeout", "1", "bogus"}, 2, "", timedOut("1")},
+                   {{"devices", "--help", "--connect-timeout", "1"}, 2, "", timedOut("1")},
+                   {{"--connect-timeout", "1", ""}, 2, "", timedOut("1")},
+                   {{"--connect-timeout", "0", "--sync", "power"}, 2, "", timedOut("0")},
+                   {{"--connect-timeout", "-3", "state"}, 2, "", timedOut("-3")},
                });
 }
 
 TEST(OneShot, UnregisteredClientTimesOut) {
   Ornsim sim({"--no-register"});
   ASSERT_TRUE(sim.ok()) << sim.error();
-  expectOutput(sim.socketPath(),
-               {{{"--connect-timeout", "1", "devices"},
-                 2,
-                 "",
-                 errorLine("connection_timeout", "QIPC registration timed out after 1s")}});
+  expectOutput(sim.socketPath(), {{{"--connect-timeout", "1", "devices"}, 2, "", timedOut("1")}});
   EXPECT_TRUE(sim.recordedRequests().empty());
 }
 
@@ -344,8 +272,6 @@ TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
                                        "Unknown subcommand: bogus. Run orncli --help for usage.")},
           {{""}, 1, "", errorLine("unknown_command",
                                   "Unknown subcommand: . Run orncli --help for usage.")},
-          {{"Devices"}, 1, "", errorLine("unknown_command",
-                                         "Unknown subcommand: Devices. Run orncli --help for usage.")},
           {{"devices", "--help"}, 0, "Usage: orncli devices\n  List reachable devices from local cache.\n", ""},
           {{"power"}, 1, powerUsage, ""},
           {{"power", "turnOn", "--help"}, 0, powerUsage, ""},
@@ -353,7 +279,6 @@ TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
            invalid("Unknown power action: TurnOn. Use turnOn, turnOff, or get")},
           {{"power", "get", "--endpoints", "e1"}, 1, "", missing("--endpoint is required for power get")},
           {{"power", "turnOn", "--endpoint", "e1"}, 1, "", missing("--endpoints is required for power turnOn")},
-          {{"power", "turnOff", "--endpoints"}, 1, "", missing("--endpoints is required for power turnOff")},
           {{"power", "turnOff", "--endpoints", ""}, 1, "", missing("--endpoints is required for power turnOff")},
           {{"brightness"}, 1,
            "Usage: orncli brightness <set|adjust|get> [options]\n"
@@ -365,7 +290,6 @@ TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
           {{"brightness", "dim"}, 1, "", invalid("Unknown brightness action: dim")},
           {{"brightness", "get"}, 1, "", missing("--endpoint is required for brightness get")},
           {{"brightness", "set", "--value", "x"}, 1, "", missing("--endpoints is required for brightness set")},
-          {{"brightness", "adjust"}, 1, "", missing("--endpoints is required for brightness adjust")},
           {{"brightness", "set", "--endpoints", "e1", "--delta", "5"}, 1, "",
            missing("--value is required for brightness set")},
           {{"brightness", "adjust", "--endpoints", "e1", "--value", "5"}, 1, "",
@@ -377,7 +301,6 @@ TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
           {{"brightness", "adjust", "--endpoints", "e1", "--delta", "-1.5"}, 1, clitest::kStoiWarning,
            invalid("Invalid brightness delta: -1.5")},
           {{"color"}, 1, colorUsage, ""},
-          {{"color", "--help"}, 0, colorUsage, ""},
           {{"color", "set", "--help"}, 0, colorUsage, ""},
           {{"color", "SET"}, 1, "", invalid("Unknown color action: SET. Use set")},
           {{"color", "set", "--brightness", "1"}, 1, "", missing("--endpoints is required")},
@@ -419,7 +342,6 @@ TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
            "  --method <GET|POST> HTTP method (required)\n"
            "  --body <json>       Request body for POST (optional)\n",
            ""},
-          {{"qfi", "--method", "GET"}, 1, "", missing("--path is required")},
           {{"qfi", "--path", "/v2/endpoints"}, 1, "", missing("--method is required")},
           {{"subscribe"}, 1, subscribeUsage, ""},
           {{"subscribe", "list", "--help"}, 0, subscribeUsage, ""},
@@ -443,7 +365,6 @@ TEST(OneShot, MissingResponseIsRequestFailed) {
       sim.socketPath(),
       {
           {{"--timeout", "1", "devices"}, 2, "", failed("Failed to send devices request")},
-          {{"--timeout", "0", "devices"}, 2, "", failed("Failed to send devices request")},
           {{"--timeout", "0", "power", "get", "--endpoint", "e"}, 2, "",
            failed("Failed to send power get request")},
           {{"--timeout", "0", "power", "turnOff", "--endpoints", "e"}, 2, "",

@@ -57,19 +57,15 @@ TEST(Subscribe, ListenPrintsStateChangesMadeByAnotherProcess) {
   const orntest::RunResult listened = listener.finish();
   ASSERT_FALSE(listened.timedOut);
   EXPECT_EQ(0, listened.exitCode);
-  ASSERT_FALSE(listener.out().empty());
-  size_t start = 0;
-  while (start < listener.out().size()) {
-    const size_t end = listener.out().find('\n', start);
-    ASSERT_NE(std::string::npos, end) << "every event line ends in a newline";
-    const std::string line = listener.out().substr(start, end - start);
-    start = end + 1;
-    EXPECT_EQ(0u, line.find("{\"eventType\":21,\"payload\":{")) << line;
-    EXPECT_NE(std::string::npos, line.find(device)) << line;
-    rapidjson::Document doc;
-    doc.Parse(line.c_str());
-    EXPECT_FALSE(doc.HasParseError()) << line;
-  }
+  // The first event is the change made above; its payload names the device.
+  const std::string& out = listener.out();
+  ASSERT_NE(std::string::npos, out.find('\n')) << out;
+  const std::string line = out.substr(0, out.find('\n'));
+  EXPECT_EQ(0u, line.find("{\"eventType\":21,\"payload\":{")) << line;
+  EXPECT_NE(std::string::npos, line.find(device)) << line;
+  rapidjson::Document doc;
+  doc.Parse(line.c_str());
+  EXPECT_FALSE(doc.HasParseError()) << line;
 }
 
 TEST(Subscribe, ListenPrintsOnlyStateChangeEventsRaw) {
@@ -83,6 +79,25 @@ TEST(Subscribe, ListenPrintsOnlyStateChangeEventsRaw) {
   EXPECT_EQ("{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n",
             run.out);
   EXPECT_EQ(confirmation("eid1", 201), run.err);
+}
+
+TEST(Subscribe, ListenEndsByBrokenPipeWhenItsReaderGoes) {
+  // Several events, so that one is written after head has left.
+  Ornsim sim({"--respond", "201:{}", "--emit", "21:200:{}", "--emit", "21:700:{}", "--emit",
+              "21:1200:{}", "--emit", "21:1700:{}"});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  orntest::RunOptions options;
+  options.env = orntest::clientEnv(sim.socketPath());
+  const orntest::RunResult run = orntest::runProcess(
+      "/bin/sh",
+      {"-c",
+       "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; echo \"status $?\" >&2; }"
+       " | head -n 1",
+       "sh", orntest::orncliPath()},
+      options);
+  EXPECT_EQ("{\"eventType\":21,\"payload\":{}}\n", run.out);
+  // The default disposition of SIGPIPE ends the listener (128 + 13), as with any tool.
+  EXPECT_EQ("status 141\n", run.err);
 }
 
 TEST(Subscribe, ListenCreatesEachSubscriptionInOrder) {
@@ -178,11 +193,12 @@ TEST(Subscribe, ListenArgumentErrors) {
 }
 
 TEST(Subscribe, UnconfirmedSubscriptionEndsListen) {
-  Ornsim sim({"--no-response"});
+  // The listening time is also the wait for each confirmation: 0 s is too short here.
+  Ornsim sim({"--response-delay-ms", "1000"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   const orntest::RunResult run = runOrncli(
       sim.socketPath(), {"subscribe", "listen", "--create", "e:ns:n", "--create", "f:ns:n",
-                         "--timeout", "1"});
+                         "--timeout", "0"});
   EXPECT_EQ(2, run.exitCode);
   EXPECT_EQ("", run.out);
   EXPECT_EQ(errorLine("request_failed", "Failed to create subscription for e:ns:n"), run.err);

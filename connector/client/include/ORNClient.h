@@ -49,6 +49,10 @@ class ORNClient {
   // Unique across threads and concurrent processes.
   std::string generateRequestId();
 
+  // Replaces kSyncRequestTimeout for this client. Not in the platform's
+  // library; only tests call it, to see a time-out without waiting 30 s.
+  void setSyncRequestTimeout(std::chrono::milliseconds timeout);
+
  private:
   class Impl;
   std::unique_ptr<Impl> impl_;

@@ -16,6 +16,7 @@
 #include <map>
 #include <mutex>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "Frame.h"
@@ -58,6 +59,10 @@ class ORNClient::Impl {
   std::shared_ptr<api::ORNResponse> sendSync(const api::ORNRequest& request);
   bool sendAsync(const api::ORNRequest& request);
   std::string nextId();
+  void setSyncTimeout(std::chrono::milliseconds timeout) {
+    std::lock_guard<std::mutex> lock(mu_);
+    syncTimeout_ = timeout;
+  }
 
  private:
   void run();
@@ -91,6 +96,10 @@ class ORNClient::Impl {
   bool connected_ = false;
   std::string outbox_;
   std::map<std::string, std::shared_ptr<SyncWait>> pending_;
+  // Sync requests that gave up waiting: their late answers are dropped, not
+  // passed to onResponse. Forgotten with the connection that carried them.
+  std::set<std::string> abandoned_;
+  std::chrono::milliseconds syncTimeout_ = kSyncRequestTimeout;
 
   std::atomic<uint64_t> counter_{0};
   uint64_t salt_ = 0;
@@ -119,9 +128,12 @@ bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler,
 
 void ORNClient::Impl::stop() {
   {
-    std::lock_guard<std::mutex> lock(mu_);
+    std::unique_lock<std::mutex> lock(mu_);
     stopping_ = true;
     syncCv_.notify_all();
+    // A sync request still waiting on another thread must leave before the
+    // lock and condition it waits on are destroyed.
+    syncCv_.wait(lock, [&] { return pending_.empty(); });
   }
   if (io_.joinable()) {
     wake();
@@ -220,6 +232,7 @@ void ORNClient::Impl::closeConnection() {
     std::lock_guard<std::mutex> lock(mu_);
     connected_ = false;
     outbox_.clear();
+    abandoned_.clear();
     for (auto& entry : pending_)
       entry.second->done = true;
     syncCv_.notify_all();
@@ -305,6 +318,8 @@ bool ORNClient::Impl::dispatch(const std::string& body) {
           syncCv_.notify_all();
           return true;
         }
+        if (abandoned_.erase(m.id) != 0)
+          return true;
       }
       auto response = std::make_shared<api::ORNResponse>();
       response->requestId = m.id;
@@ -362,9 +377,13 @@ std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(
   if (!connected_ || pending_.count(m.id) != 0 || !enqueueLocked(m))
     return nullptr;
   pending_[m.id] = wait;
-  syncCv_.wait_until(lock, Clock::now() + kSyncRequestTimeout,
+  syncCv_.wait_until(lock, Clock::now() + syncTimeout_,
                      [&] { return wait->done || stopping_; });
   pending_.erase(m.id);
+  if (!wait->done && connected_)
+    abandoned_.insert(m.id);
+  // stop() may be waiting for the last sync request to leave.
+  syncCv_.notify_all();
   return wait->response;
 }
 
@@ -420,6 +439,10 @@ bool ORNClient::sendAsyncRequest(
 
 std::string ORNClient::generateRequestId() {
   return impl_->nextId();
+}
+
+void ORNClient::setSyncRequestTimeout(std::chrono::milliseconds timeout) {
+  impl_->setSyncTimeout(timeout);
 }
 
 }  // namespace ornConnector

@@ -2,9 +2,10 @@
 // from the service and parsed leniently.
 #include "ORNCLI.h"
 
+#include <rapidjson/document.h>
+
 #include <iostream>
 
-#include "JsonTypes.h"
 #include "ORNCLIInternal.h"
 #include "QfiPath.h"
 #include "RequestPayload.h"
@@ -14,10 +15,13 @@ namespace ornUtility {
 
 using ornConnector::api::QfiPath;
 using ornConnector::api::RequestPayload;
-using zedLocalUtil::jsonUtil::JsonDocument;
-using zedLocalUtil::jsonUtil::JsonValue;
 
 namespace {
+
+// The answer is only read, so its tree lives in a memory pool, freed at once
+// rather than node by node: with the iterative parser, an answer nested a
+// hundred thousand levels deep cannot exhaust the stack.
+using JsonValue = rapidjson::Value;
 
 // The member's value when present, else nullptr.
 const JsonValue* findMember(const JsonValue& object, const char* key) {
@@ -67,8 +71,8 @@ std::vector<CachedDevice> parseLocalDevices(const std::string& json) {
   if (json.empty()) {
     return devices;
   }
-  JsonDocument doc(nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
-  doc.Parse(json.c_str(), json.size());
+  rapidjson::Document doc;
+  doc.Parse<rapidjson::kParseIterativeFlag>(json.c_str(), json.size());
   if (doc.HasParseError() || !doc.IsObject()) {
     return devices;
   }

@@ -8,7 +8,6 @@
 #include "BatchEndpoints.h"
 #include "JsonValueBuilder.h"
 #include "ORNCLIInternal.h"
-#include "Serialize.h"
 
 namespace ornwick {
 namespace ornUtility {
@@ -33,10 +32,7 @@ std::string promptBatchBody(
     const std::function<void(JsonValueBuilder&)>& fillPayload) {
   JsonDocBuilder doc;
   promptBatchEndpointsOrGroup(doc, nextArg);
-  JsonValueBuilder payload(doc.allocator());
-  fillPayload(payload);
-  doc.set("directivePayload", payload);
-  return zedLocalUtil::jsonUtil::serialize(doc.root());
+  return finishDirectiveBody(doc, fillPayload);
 }
 
 // The answer as a number, or def after invalidMessage for an empty or bad one.
@@ -47,6 +43,16 @@ int promptInt(const AnswerReader& nextArg, const std::string& prompt, int def,
     writeLine(invalidMessage);
   }
   return value;
+}
+
+// Menu answer 3 of the power and brightness dialogues: one endpoint's feature,
+// read with GET and no body.
+void promptFeatureGet(const AnswerReader& nextArg, const char* feature,
+                      QFIRequest* request) {
+  request->path = "/v2/endpoints/" + nextArg("Enter endpoint ID") +
+                  "/features/" + feature + "/";
+  request->method = QFIRequest::GET;
+  request->requestBody.clear();
 }
 
 }  // namespace
@@ -107,10 +113,7 @@ void ORNCLI::promptQfiPower(std::shared_ptr<QFIRequest> request) {
   writeLine("\nSelect power action:\n1. Turn On\n2. Turn Off\n3. Get Power");
   const std::string action = nextArgRequired("Enter action choice (1-3)");
   if (action == "3") {
-    request->path = "/v2/endpoints/" + nextArgRequired("Enter endpoint ID") +
-                    "/features/power/";
-    request->method = QFIRequest::GET;
-    request->requestBody.clear();
+    promptFeatureGet(readerOf(this), "power", request.get());
     return;
   }
   // Deliberate: every answer but "1" means turn off, without a message.
@@ -123,15 +126,11 @@ void ORNCLI::promptQfiPower(std::shared_ptr<QFIRequest> request) {
 
 void ORNCLI::promptQfiBrightness(std::shared_ptr<QFIRequest> request) {
   writeLine(
-      "\nSelect brightness action:\n1. Set Brightness\n2. Adjust "
-      "Brightness\n"
-      "3. Get Brightness");
+      "\nSelect brightness action:\n1. Set Brightness\n"
+      "2. Adjust Brightness\n3. Get Brightness");
   const std::string action = nextArgRequired("Enter action choice (1-3)");
   if (action == "3") {
-    request->path = "/v2/endpoints/" + nextArgRequired("Enter endpoint ID") +
-                    "/features/brightness/";
-    request->method = QFIRequest::GET;
-    request->requestBody.clear();
+    promptFeatureGet(readerOf(this), "brightness", request.get());
     return;
   }
   const bool set = action == "1";
