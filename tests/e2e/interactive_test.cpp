@@ -361,7 +361,9 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
 // kept as the last response, and a failed sync send replaces a good one. With
 // the service gone, the device cache falls back to manual input.
 TEST(InteractiveMenu, AsyncAnswersAndFailedSends) {
-  Session session({"--respond", std::string("200:") + kDevices, "--response-delay-ms", "200"});
+  // The delay keeps the async answer behind the menu printed right after the send, even
+  // on a loaded machine.
+  Session session({"--respond", std::string("200:") + kDevices, "--response-delay-ms", "600"});
   ASSERT_TRUE(session.ok);
   orntest::LiveProcess& cli = session.cli;
   const std::string answered = std::string("Response Data: ") + kDevices + "\n";
