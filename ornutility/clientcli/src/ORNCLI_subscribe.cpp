@@ -30,14 +30,14 @@ constexpr const char kSubscribeUsage[] =
 
 constexpr int kStateChangeEvent = 21;
 
-struct CreateSpec {
+struct CreateTarget {
   std::string entityId;
   std::string nameSpace;
   std::string eventName;
 };
 
 // "entityId:namespace:eventName"; further colons belong to the event name.
-bool parseCreateSpec(const std::string& value, CreateSpec* spec) {
+bool parseCreateValue(const std::string& value, CreateTarget* target) {
   const size_t first = value.find(':');
   if (first == std::string::npos) {
     return false;
@@ -46,10 +46,10 @@ bool parseCreateSpec(const std::string& value, CreateSpec* spec) {
   if (second == std::string::npos) {
     return false;
   }
-  spec->entityId = value.substr(0, first);
-  spec->nameSpace = value.substr(first + 1, second - first - 1);
-  spec->eventName = value.substr(second + 1);
-  return !spec->entityId.empty() && !spec->nameSpace.empty() && !spec->eventName.empty();
+  target->entityId = value.substr(0, first);
+  target->nameSpace = value.substr(first + 1, second - first - 1);
+  target->eventName = value.substr(second + 1);
+  return !target->entityId.empty() && !target->nameSpace.empty() && !target->eventName.empty();
 }
 
 void printStateChange(const ORNEvent& event) {
@@ -109,23 +109,23 @@ int ORNCLI::handleSubscribe(int argc, char** argv, bool sync, int timeoutSeconds
   }
 
   for (const std::string& value : creates) {
-    CreateSpec spec;
+    CreateTarget target;
     // Subscriptions made by earlier values stay in force after a later failure.
-    if (!parseCreateSpec(value, &spec)) {
+    if (!parseCreateValue(value, &target)) {
       return printError("invalid_argument",
                         "Invalid --create format: " + value +
                             ". Use entityId:namespace:eventName",
                         1);
     }
     const auto response = sendAndWait(
-        buildSubscribeRequest(SubscriptionRequest::CREATE, spec.entityId,
-                              {{spec.nameSpace, spec.eventName}}),
+        buildSubscribeRequest(SubscriptionRequest::CREATE, target.entityId,
+                              {{target.nameSpace, target.eventName}}),
         timeoutSeconds, sync);
     if (!response) {
       return printError("request_failed", "Failed to create subscription for " + value, 2);
     }
     // On stderr, so that stdout carries events only.
-    std::cerr << "{\"subscription_created\":\"" << spec.entityId
+    std::cerr << "{\"subscription_created\":\"" << target.entityId
               << "\",\"responseCode\":" << response->responseCode << "}\n"
               << std::flush;
   }
