@@ -1,9 +1,9 @@
 // Frame decoding throughput: every byte either side receives goes through it.
+#include "Frame.h"
+
 #include <benchmark/benchmark.h>
 
 #include <string>
-
-#include "Frame.h"
 
 namespace {
 

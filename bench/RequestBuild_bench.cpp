@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "JsonDocBuilder.h"
 #include "ORNRequestBuilder.h"
 #include "QfiPath.h"
 #include "Serialize.h"
-#include "JsonDocBuilder.h"
 
 namespace {
 

@@ -9,8 +9,7 @@ namespace jsonUtil {
 
 using JsonAllocator = rapidjson::CrtAllocator;
 using JsonValue = rapidjson::GenericValue<rapidjson::UTF8<>, JsonAllocator>;
-using JsonDocument =
-    rapidjson::GenericDocument<rapidjson::UTF8<>, JsonAllocator, JsonAllocator>;
+using JsonDocument = rapidjson::GenericDocument<rapidjson::UTF8<>, JsonAllocator, JsonAllocator>;
 
 // Parse stack capacity used by every document we make.
 constexpr size_t kParseStackCapacity = 1024;

@@ -6,8 +6,7 @@ namespace zedLocalUtil {
 namespace jsonUtil {
 
 JsonValueBuilder::JsonValueBuilder(JsonAllocator& allocator, bool array)
-    : allocator_(allocator),
-      value_(array ? rapidjson::kArrayType : rapidjson::kObjectType) {}
+    : allocator_(allocator), value_(array ? rapidjson::kArrayType : rapidjson::kObjectType) {}
 
 JsonValueBuilder& JsonValueBuilder::append(const char* key, JsonValue& value) {
   JsonValue name(key, allocator_);
@@ -16,8 +15,7 @@ JsonValueBuilder& JsonValueBuilder::append(const char* key, JsonValue& value) {
   return *this;
 }
 
-JsonValueBuilder& JsonValueBuilder::set(const char* key,
-                                        const std::string& value) {
+JsonValueBuilder& JsonValueBuilder::set(const char* key, const std::string& value) {
   JsonValue v(value.c_str(), allocator_);
   return append(key, v);
 }
@@ -32,8 +30,7 @@ JsonValueBuilder& JsonValueBuilder::set(const char* key, double value) {
   return append(key, v);
 }
 
-JsonValueBuilder& JsonValueBuilder::set(const char* key,
-                                        JsonValueBuilder& child) {
+JsonValueBuilder& JsonValueBuilder::set(const char* key, JsonValueBuilder& child) {
   return append(key, child.value_);
 }
 

@@ -19,23 +19,16 @@ TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
   } kCases[] = {
       {"empty object", [](JsonValueBuilder&) {}, "{}"},
       {"mixed types",
-       [](JsonValueBuilder& b) {
-         b.set("z", std::string("s")).set("a", -7).set("m", 0.5);
-       },
+       [](JsonValueBuilder& b) { b.set("z", std::string("s")).set("a", -7).set("m", 0.5); },
        R"({"z":"s","a":-7,"m":0.5})"},
-      {"duplicate key kept",
-       [](JsonValueBuilder& b) { b.set("k", 1).set("k", 2); },
+      {"duplicate key kept", [](JsonValueBuilder& b) { b.set("k", 1).set("k", 2); },
        R"({"k":1,"k":2})"},
-      {"string cut at NUL",
-       [](JsonValueBuilder& b) { b.set("s", std::string("ab\0cd", 5)); },
+      {"string cut at NUL", [](JsonValueBuilder& b) { b.set("s", std::string("ab\0cd", 5)); },
        R"({"s":"ab"})"},
-      {"string escaped",
-       [](JsonValueBuilder& b) { b.set("s", std::string("a\"b\\c\n")); },
+      {"string escaped", [](JsonValueBuilder& b) { b.set("s", std::string("a\"b\\c\n")); },
        R"({"s":"a\"b\\c\n"})"},
       {"key from a released temporary",
-       [](JsonValueBuilder& b) {
-         b.set(std::string("temp").append("Key").c_str(), 1);
-       },
+       [](JsonValueBuilder& b) { b.set(std::string("temp").append("Key").c_str(), 1); },
        R"({"tempKey":1})"},
   };
   for (const auto& c : kCases) {
@@ -71,12 +64,9 @@ TEST(JsonDocBuilder, SetsAppendToTheRoot) {
 
   JsonValueBuilder payload(doc.allocator());
   payload.set("brightness", 40);
-  doc.set("a", std::string("x"))
-      .set("directivePayload", payload)
-      .set("a", std::string("y"));
+  doc.set("a", std::string("x")).set("directivePayload", payload).set("a", std::string("y"));
   EXPECT_TRUE(payload.value().IsNull());
-  EXPECT_EQ(R"({"a":"x","directivePayload":{"brightness":40},"a":"y"})",
-            serialize(doc.root()));
+  EXPECT_EQ(R"({"a":"x","directivePayload":{"brightness":40},"a":"y"})", serialize(doc.root()));
 
   doc.withHelper([](JsonValueBuilder& b) { b.set("n", 1.5); });
   EXPECT_EQ(R"({"a":"x","directivePayload":{"brightness":40},"a":"y","n":1.5})",

@@ -28,8 +28,7 @@ TEST(Serialize, NonFiniteGivesEmptyText) {
   for (double d : kCases) {
     JsonDocument doc;
     doc.SetObject();
-    doc.AddMember("ok", 1, doc.GetAllocator())
-        .AddMember("bad", d, doc.GetAllocator());
+    doc.AddMember("ok", 1, doc.GetAllocator()).AddMember("bad", d, doc.GetAllocator());
     EXPECT_EQ("", serialize(doc)) << d;
   }
 }

@@ -11,19 +11,16 @@ namespace {
 const OpInfo kOps[] = {
     {Op::kTurnOn, "power", "turnOn", kPowerController, "TurnOn"},
     {Op::kTurnOff, "power", "turnOff", kPowerController, "TurnOff"},
-    {Op::kSetBrightness, "brightness", "setBrightness", kBrightnessController,
-     "SetBrightness"},
-    {Op::kAdjustBrightness, "brightness", "adjustBrightness",
-     kBrightnessController, "AdjustBrightness"},
+    {Op::kSetBrightness, "brightness", "setBrightness", kBrightnessController, "SetBrightness"},
+    {Op::kAdjustBrightness, "brightness", "adjustBrightness", kBrightnessController,
+     "AdjustBrightness"},
     {Op::kSetColor, "color", "setColor", kColorController, "SetColor"},
     {Op::kSetColorTemperature, "colorTemperature", "setColorTemperature",
      kColorTemperatureController, "SetColorTemperature"},
-    {Op::kIncreaseColorTemperature, "colorTemperature",
-     "increaseColorTemperature", kColorTemperatureController,
-     "IncreaseColorTemperature"},
-    {Op::kDecreaseColorTemperature, "colorTemperature",
-     "decreaseColorTemperature", kColorTemperatureController,
-     "DecreaseColorTemperature"},
+    {Op::kIncreaseColorTemperature, "colorTemperature", "increaseColorTemperature",
+     kColorTemperatureController, "IncreaseColorTemperature"},
+    {Op::kDecreaseColorTemperature, "colorTemperature", "decreaseColorTemperature",
+     kColorTemperatureController, "DecreaseColorTemperature"},
 };
 
 // Feature name, interface that provides it, event namespace and event name.
@@ -34,14 +31,11 @@ struct FeatureInfo {
   const char* eventName;
 };
 const FeatureInfo kFeatures[] = {
-    {"power", kPowerController, "Corva.Endpoint.Feature.Power",
-     "Property.PowerState.Change"},
+    {"power", kPowerController, "Corva.Endpoint.Feature.Power", "Property.PowerState.Change"},
     {"brightness", kBrightnessController, "Corva.Endpoint.Feature.Brightness",
      "Property.Brightness.Change"},
-    {"color", kColorController, "Corva.Endpoint.Feature.Color",
-     "Property.Color.Change"},
-    {"colorTemperature", kColorTemperatureController,
-     "Corva.Endpoint.Feature.ColorTemperature",
+    {"color", kColorController, "Corva.Endpoint.Feature.Color", "Property.Color.Change"},
+    {"colorTemperature", kColorTemperatureController, "Corva.Endpoint.Feature.ColorTemperature",
      "Property.ColorTemperature.Change"},
 };
 
@@ -58,8 +52,7 @@ bool number(const rapidjson::Value* obj, const char* key, double* out) {
 }
 
 int clampInt(double v, int lo, int hi) {
-  return static_cast<int>(
-      std::lround(std::min<double>(hi, std::max<double>(lo, v))));
+  return static_cast<int>(std::lround(std::min<double>(hi, std::max<double>(lo, v))));
 }
 
 void writeColor(JsonWriter& w, const Color& c) {
@@ -129,8 +122,7 @@ StateChange change(const Device& d, const char* feature) {
 
 }  // namespace
 
-const OpInfo* findQfiOp(const std::string& interface,
-                        const std::string& directive) {
+const OpInfo* findQfiOp(const std::string& interface, const std::string& directive) {
   for (const auto& op : kOps)
     if (interface == op.qfiInterface && directive == op.qfiDirective)
       return &op;
@@ -151,8 +143,7 @@ bool knownNamespace(const std::string& nameSpace) {
   return false;
 }
 
-bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args,
-                 std::string* err) {
+bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args, std::string* err) {
   switch (op) {
     case Op::kTurnOn:
     case Op::kTurnOff:
@@ -168,8 +159,7 @@ bool parseOpArgs(Op op, const rapidjson::Value* payload, OpArgs* args,
       *err = "the payload needs a number \"brightnessDelta\"";
       return false;
     case Op::kSetColor: {
-      const rapidjson::Value* c =
-          payload == nullptr ? nullptr : findMember(*payload, "color");
+      const rapidjson::Value* c = payload == nullptr ? nullptr : findMember(*payload, "color");
       if (c != nullptr && number(c, "hue", &args->color.hue) &&
           number(c, "saturation", &args->color.saturation) &&
           number(c, "brightness", &args->color.brightness))
@@ -217,14 +207,12 @@ std::vector<StateChange> applyOp(Device& d, Op op, const OpArgs& args) {
       feature = "color";
       break;
     case Op::kSetColorTemperature:
-      s.colorTemperatureInKelvin =
-          clampInt(args.number, kMinKelvin, kMaxKelvin);
+      s.colorTemperatureInKelvin = clampInt(args.number, kMinKelvin, kMaxKelvin);
       feature = "colorTemperature";
       break;
     case Op::kIncreaseColorTemperature:
     case Op::kDecreaseColorTemperature: {
-      const double step =
-          op == Op::kIncreaseColorTemperature ? args.number : -args.number;
+      const double step = op == Op::kIncreaseColorTemperature ? args.number : -args.number;
       s.colorTemperatureInKelvin =
           clampInt(s.colorTemperatureInKelvin + step, kMinKelvin, kMaxKelvin);
       feature = "colorTemperature";

@@ -26,12 +26,9 @@ class Checker {
   Checker(std::vector<std::string>* problems, std::string where)
       : problems_(problems), where_(std::move(where)) {}
 
-  void fail(const std::string& what) {
-    problems_->push_back(where_ + ": " + what);
-  }
+  void fail(const std::string& what) { problems_->push_back(where_ + ": " + what); }
 
-  bool string(const Value& obj, const char* key, std::string* out,
-              bool required) {
+  bool string(const Value& obj, const char* key, std::string* out, bool required) {
     const Value* v = member(obj, key);
     if (v == nullptr) {
       if (required)
@@ -46,14 +43,12 @@ class Checker {
     return true;
   }
 
-  void number(const Value& obj, const char* key, double lo, double hi,
-              double* out) {
+  void number(const Value& obj, const char* key, double lo, double hi, double* out) {
     const Value* v = member(obj, key);
     if (v == nullptr)
       return;
     if (!v->IsNumber() || v->GetDouble() < lo || v->GetDouble() > hi) {
-      fail(std::string("\"") + key + "\" must be a number from " + fmt(lo) +
-           " to " + fmt(hi));
+      fail(std::string("\"") + key + "\" must be a number from " + fmt(lo) + " to " + fmt(hi));
       return;
     }
     *out = v->GetDouble();
@@ -89,8 +84,7 @@ void parseState(const Value& v, const std::string& where, DeviceState* state,
       c.fail("\"power\" must be true or false");
   }
   c.integer(v, "brightness", 0, 100, &state->brightness);
-  c.integer(v, "colorTemperatureInKelvin", 1000, 10000,
-            &state->colorTemperatureInKelvin);
+  c.integer(v, "colorTemperatureInKelvin", 1000, 10000, &state->colorTemperatureInKelvin);
   if (const Value* color = member(v, "color")) {
     Checker cc(problems, where + ".color");
     if (!color->IsObject()) {
@@ -138,8 +132,7 @@ void parseDevice(const Value& v, const std::string& where, Device* d,
 }  // namespace
 
 bool Device::offers(const std::string& nameSpace) const {
-  return std::find(interfaces.begin(), interfaces.end(), nameSpace) !=
-         interfaces.end();
+  return std::find(interfaces.begin(), interfaces.end(), nameSpace) != interfaces.end();
 }
 
 const Device* Home::findDevice(const std::string& id) const {
@@ -162,15 +155,14 @@ const Group* Home::findGroup(const std::string& id) const {
   return nullptr;
 }
 
-bool parseHome(const std::string& text, Home* home,
-               std::vector<std::string>* problems) {
+bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems) {
   const size_t before = problems->size();
   rapidjson::Document doc;
   doc.Parse(text.data(), text.size());
   if (doc.HasParseError()) {
     problems->push_back(std::string("not valid JSON: ") +
-                        rapidjson::GetParseError_En(doc.GetParseError()) +
-                        " at offset " + std::to_string(doc.GetErrorOffset()));
+                        rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
+                        std::to_string(doc.GetErrorOffset()));
     return false;
   }
   if (!doc.IsObject()) {
@@ -184,8 +176,7 @@ bool parseHome(const std::string& text, Home* home,
   } else {
     for (rapidjson::SizeType i = 0; i < devices->Size(); ++i) {
       Device d;
-      parseDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &d,
-                  problems);
+      parseDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &d, problems);
       h.devices.push_back(std::move(d));
     }
   }
@@ -193,8 +184,7 @@ bool parseHome(const std::string& text, Home* home,
   for (size_t i = 0; i < h.devices.size(); ++i) {
     for (const std::string* id : {&h.devices[i].id, &h.devices[i].endpointId}) {
       if (!id->empty() && !ids.insert(*id).second)
-        problems->push_back("devices[" + std::to_string(i) + "]: id \"" + *id +
-                            "\" is used twice");
+        problems->push_back("devices[" + std::to_string(i) + "]: id \"" + *id + "\" is used twice");
     }
   }
   if (const Value* groups = member(doc, "groups")) {
@@ -234,8 +224,7 @@ bool parseHome(const std::string& text, Home* home,
   return true;
 }
 
-bool loadHome(const std::string& path, Home* home,
-              std::vector<std::string>* problems) {
+bool loadHome(const std::string& path, Home* home, std::vector<std::string>* problems) {
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     problems->push_back("cannot read " + path);
@@ -248,9 +237,8 @@ bool loadHome(const std::string& path, Home* home,
 
 Home builtinHome() {
   Home h;
-  auto add = [&h](const char* id, const char* endpoint, const char* name,
-                  bool reachable, std::vector<std::string> interfaces,
-                  DeviceState state) {
+  auto add = [&h](const char* id, const char* endpoint, const char* name, bool reachable,
+                  std::vector<std::string> interfaces, DeviceState state) {
     Device d;
     d.id = id;
     d.endpointId = endpoint;
@@ -261,8 +249,7 @@ Home builtinHome() {
     h.devices.push_back(std::move(d));
   };
   add("light-kitchen", "ep-kitchen", "Kitchen Light", true,
-      {kPowerController, kBrightnessController, kColorController,
-       kColorTemperatureController},
+      {kPowerController, kBrightnessController, kColorController, kColorTemperatureController},
       {true, 80, {30, 0.5, 0.8}, 2700});
   add("light-living", "ep-living", "Living Room Lamp", true,
       {kPowerController, kBrightnessController, kColorTemperatureController},
@@ -270,17 +257,14 @@ Home builtinHome() {
   add("light-bedroom", "ep-bedroom", "Bedroom Light", true,
       {kPowerController, kBrightnessController}, {false, 30, {}, 0});
   add("strip-desk", "ep-desk", "Desk Strip", true,
-      {kPowerController, kBrightnessController, kColorController},
-      {true, 100, {240, 1, 1}, 0});
-  add("plug-kettle", "ep-kettle", "Kettle Plug", true, {kPowerController},
+      {kPowerController, kBrightnessController, kColorController}, {true, 100, {240, 1, 1}, 0});
+  add("plug-kettle", "ep-kettle", "Kettle Plug", true, {kPowerController}, {false, 0, {}, 0});
+  add("light-garage", "ep-garage", "Garage Light", false, {kPowerController, kBrightnessController},
       {false, 0, {}, 0});
-  add("light-garage", "ep-garage", "Garage Light", false,
-      {kPowerController, kBrightnessController}, {false, 0, {}, 0});
+  h.groups.push_back({"group-downstairs", {"light-kitchen", "light-living", "plug-kettle"}});
   h.groups.push_back(
-      {"group-downstairs", {"light-kitchen", "light-living", "plug-kettle"}});
-  h.groups.push_back({"group-lights",
-                      {"light-kitchen", "light-living", "light-bedroom",
-                       "strip-desk", "light-garage"}});
+      {"group-lights",
+       {"light-kitchen", "light-living", "light-bedroom", "strip-desk", "light-garage"}});
   return h;
 }
 

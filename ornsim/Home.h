@@ -11,8 +11,7 @@ namespace ornsim {
 constexpr const char* kPowerController = "Corva.PowerController";
 constexpr const char* kBrightnessController = "Corva.BrightnessController";
 constexpr const char* kColorController = "Corva.ColorController";
-constexpr const char* kColorTemperatureController =
-    "Corva.ColorTemperatureController";
+constexpr const char* kColorTemperatureController = "Corva.ColorTemperatureController";
 
 struct Color {
   double hue = 0;
@@ -55,12 +54,10 @@ struct Home {
 
 // Parses a home file's text. Returns false with every problem found in
 // *problems.
-bool parseHome(const std::string& text, Home* home,
-               std::vector<std::string>* problems);
+bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems);
 
 // Reads and parses a home file; problems as for parseHome, plus read errors.
-bool loadHome(const std::string& path, Home* home,
-              std::vector<std::string>* problems);
+bool loadHome(const std::string& path, Home* home, std::vector<std::string>* problems);
 
 // Six devices of different capabilities (one unreachable) and two groups.
 Home builtinHome();

@@ -51,16 +51,14 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
       {R"({"devices":[{}]})", {"devices[0]: missing \"id\""}},
       {R"({"devices":[7]})", {"devices[0]: must be an object"}},
       {R"({"devices":[{"id":1,"reachable":"yes","interfaces":"Corva.PowerController"}]})",
-       {"devices[0]: \"id\" must be a string",
-        "devices[0]: \"reachable\" must be true or false",
+       {"devices[0]: \"id\" must be a string", "devices[0]: \"reachable\" must be true or false",
         "devices[0]: \"interfaces\" must be an array of strings"}},
       {R"({"devices":[{"id":"a","state":{"power":1,"brightness":101,"colorTemperatureInKelvin":5}}]})",
        {"devices[0].state: \"power\"",
         "devices[0].state: \"brightness\" must be a number from 0 to 100",
         "devices[0].state: \"colorTemperatureInKelvin\""}},
       {R"({"devices":[{"id":"a","state":{"color":{"hue":400,"saturation":"x"}}}]})",
-       {"devices[0].state.color: \"hue\"",
-        "devices[0].state.color: \"saturation\""}},
+       {"devices[0].state.color: \"hue\"", "devices[0].state.color: \"saturation\""}},
       {R"({"devices":[{"id":"a"},{"id":"b","externallyReportedId":"a"}]})",
        {"devices[1]: id \"a\" is used twice"}},
       {R"({"devices":[{"id":"a"}],"groups":[{"members":["a","zz"]},{"id":"g"}]})",
@@ -76,9 +74,7 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
     size_t at = 0;
     for (const auto& p : c.problems) {
       at = all.find(p, at);
-      EXPECT_NE(at, std::string::npos)
-          << c.text << "\nwanted: " << p << "\ngot:\n"
-          << all;
+      EXPECT_NE(at, std::string::npos) << c.text << "\nwanted: " << p << "\ngot:\n" << all;
     }
     // A rejected file leaves the home as it was.
     EXPECT_EQ(home.devices.size(), builtinHome().devices.size()) << c.text;
@@ -103,8 +99,7 @@ TEST(Home, LoadReportsUnreadableFiles) {
   std::vector<std::string> problems;
   EXPECT_FALSE(loadHome("/nonexistent/home.json", &home, &problems));
   ASSERT_EQ(problems.size(), 1u);
-  EXPECT_NE(problems[0].find("cannot read /nonexistent/home.json"),
-            std::string::npos);
+  EXPECT_NE(problems[0].find("cannot read /nonexistent/home.json"), std::string::npos);
 }
 
 }  // namespace

@@ -24,8 +24,7 @@ bool parseInt(const std::string& text, int minValue, int* out) {
 
 bool parseRespond(const std::string& text, Options* o) {
   auto colon = text.find(':');
-  if (colon == std::string::npos ||
-      !parseInt(text.substr(0, colon), INT_MIN, &o->respondCode))
+  if (colon == std::string::npos || !parseInt(text.substr(0, colon), INT_MIN, &o->respondCode))
     return false;
   o->respond = true;
   o->respondData = text.substr(colon + 1);
@@ -50,8 +49,7 @@ bool parseEmit(const std::string& text, Options* o) {
 
 }  // namespace
 
-bool parseOptions(int argc, const char* const* argv, Options* o,
-                  std::string* err) {
+bool parseOptions(int argc, const char* const* argv, Options* o, std::string* err) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     if (arg == "--help") {
@@ -66,10 +64,9 @@ bool parseOptions(int argc, const char* const* argv, Options* o,
       o->noResponse = true;
       continue;
     }
-    static const char* const kWithValue[] = {"--socket",  "--home",
-                                             "--record",  "--register-delay-ms",
-                                             "--respond", "--response-delay-ms",
-                                             "--emit"};
+    static const char* const kWithValue[] = {
+        "--socket", "--home", "--record", "--register-delay-ms", "--respond", "--response-delay-ms",
+        "--emit"};
     bool known = false;
     for (const char* name : kWithValue)
       known = known || arg == name;

@@ -29,8 +29,7 @@ struct Options {
 
 // Parses argv[1..]; returns false and sets *err on an unknown option or a bad
 // value.
-bool parseOptions(int argc, const char* const* argv, Options* options,
-                  std::string* err);
+bool parseOptions(int argc, const char* const* argv, Options* options, std::string* err);
 
 // The --help text.
 const char* usageText();

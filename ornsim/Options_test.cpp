@@ -18,12 +18,10 @@ bool parse(const std::vector<std::string>& args, Options* o, std::string* err) {
 TEST(Options, ParsesFaultInjection) {
   Options o;
   std::string err;
-  ASSERT_TRUE(
-      parse({"--socket", "/s", "--home", "h.json", "--record", "r",
-             "--no-register", "--register-delay-ms", "5", "--no-response",
-             "--response-delay-ms", "7", "--respond", "-1:",
-             "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:"},
-            &o, &err))
+  ASSERT_TRUE(parse({"--socket", "/s", "--home", "h.json", "--record", "r", "--no-register",
+                     "--register-delay-ms", "5", "--no-response", "--response-delay-ms", "7",
+                     "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:"},
+                    &o, &err))
       << err;
   EXPECT_EQ(o.socketPath, "/s");
   EXPECT_EQ(o.homeFile, "h.json");

@@ -35,8 +35,7 @@ std::vector<std::string> segments(const std::string& path) {
   size_t start = !path.empty() && path[0] == '/' ? 1 : 0;
   for (;;) {
     size_t end = path.find('/', start);
-    parts.push_back(
-        path.substr(start, end == std::string::npos ? end : end - start));
+    parts.push_back(path.substr(start, end == std::string::npos ? end : end - start));
     if (end == std::string::npos)
       break;
     start = end + 1;
@@ -68,18 +67,14 @@ Reply deviceList(const Home& home, const std::string& query) {
   std::string wanted;
   if (!query.empty()) {
     const std::string key = "filterExpression=";
-    if (query.compare(0, key.size(), key) != 0 ||
-        query.find('&') != std::string::npos)
-      return fail(400, "invalid_query",
-                  "only the query filterExpression=... is supported");
+    if (query.compare(0, key.size(), key) != 0 || query.find('&') != std::string::npos)
+      return fail(400, "invalid_query", "only the query filterExpression=... is supported");
     const std::string filter = query.substr(key.size());
     if (filter.compare(0, sizeof(kReachableFilter) - 1, kReachableFilter) != 0)
-      return fail(400, "invalid_filter",
-                  "unsupported filterExpression: " + filter);
+      return fail(400, "invalid_filter", "unsupported filterExpression: " + filter);
     wanted = filter.substr(sizeof(kReachableFilter) - 1);
     if (wanted != "OK" && wanted != "UNREACHABLE")
-      return fail(400, "invalid_filter",
-                  "reachability is OK or UNREACHABLE, not " + wanted);
+      return fail(400, "invalid_filter", "reachability is OK or UNREACHABLE, not " + wanted);
   }
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
@@ -94,27 +89,24 @@ Reply deviceList(const Home& home, const std::string& query) {
   return {200, buf.GetString()};
 }
 
-Reply featureState(Home& home, const std::string& id,
-                   const std::string& feature) {
+Reply featureState(Home& home, const std::string& id, const std::string& feature) {
   Device* d = home.findDevice(id);
   if (d == nullptr)
     return fail(404, "unknown_endpoint", "no endpoint " + id);
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   if (!writeFeature(w, *d, feature))
-    return fail(404, "unknown_feature",
-                "endpoint " + id + " has no feature " + feature);
+    return fail(404, "unknown_feature", "endpoint " + id + " has no feature " + feature);
   return {200, buf.GetString()};
 }
 
 // Applies one operation to one device, reporting why not when it cannot.
-Reply applyTo(Device* d, const std::string& id, const OpInfo& op,
-              const OpArgs& args, std::vector<StateChange>* changes) {
+Reply applyTo(Device* d, const std::string& id, const OpInfo& op, const OpArgs& args,
+              std::vector<StateChange>* changes) {
   if (d == nullptr)
     return fail(404, "unknown_endpoint", "no endpoint " + id);
   if (!d->offers(op.nameSpace))
-    return fail(400, "unsupported_interface",
-                id + " does not offer " + op.nameSpace);
+    return fail(400, "unsupported_interface", id + " does not offer " + op.nameSpace);
   if (!d->reachable)
     return fail(503, "endpoint_unreachable", id + " is unreachable");
   for (auto& c : applyOp(*d, op.op, args))
@@ -125,8 +117,7 @@ Reply applyTo(Device* d, const std::string& id, const OpInfo& op,
 Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
                      std::vector<StateChange>* changes) {
   if (body == nullptr || !body->IsObject())
-    return fail(400, "invalid_body",
-                "a batch directive needs a JSON object body");
+    return fail(400, "invalid_body", "a batch directive needs a JSON object body");
   const Value* directivePayload = findMember(*body, "directivePayload");
   OpArgs args;
   std::string err;
@@ -139,13 +130,11 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
     if (g == nullptr)
       return fail(404, "unknown_group", "no group " + groupId);
     ids = g->members;
-  } else if (const Value* batch = findMember(*body, "batch");
-             batch && batch->IsArray()) {
+  } else if (const Value* batch = findMember(*body, "batch"); batch && batch->IsArray()) {
     for (const auto& e : batch->GetArray()) {
       std::string id;
       if (!getString(e, "endpointId", &id))
-        return fail(400, "invalid_body",
-                    "each \"batch\" element needs a string \"endpointId\"");
+        return fail(400, "invalid_body", "each \"batch\" element needs a string \"endpointId\"");
       ids.push_back(id);
     }
   } else {
@@ -158,8 +147,7 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
   w.StartArray();
   for (const auto& id : ids) {
     // Unknown endpoints fail alone; the rest of the batch still applies.
-    writeResult(w, id.c_str(),
-                applyTo(home.findDevice(id), id, op, args, changes));
+    writeResult(w, id.c_str(), applyTo(home.findDevice(id), id, op, args, changes));
   }
   w.EndArray();
   w.EndObject();
@@ -181,8 +169,7 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
   const bool endpoints = s.size() >= 2 && s[0] == "v2" && s[1] == "endpoints";
   auto wrongMethod = [&](const char* wanted) {
     return fail(405, "method_not_allowed",
-                std::string(wanted) + " " + path +
-                    " is the only method, not \"" + method + "\"");
+                std::string(wanted) + " " + path + " is the only method, not \"" + method + "\"");
   };
   if (endpoints && s.size() == 2) {
     if (method != "GET")
@@ -197,8 +184,7 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
   if (endpoints && s.size() == 6 && s[2] == "batch" && s[3] == "interfaces") {
     const OpInfo* op = findQfiOp(s[4], s[5]);
     if (op == nullptr)
-      return fail(404, "unknown_directive",
-                  "no directive " + s[5] + " for " + s[4]);
+      return fail(404, "unknown_directive", "no directive " + s[5] + " for " + s[4]);
     if (method != "POST")
       return wrongMethod("POST");
     return batchDirective(home, *op, body, changes);
@@ -228,13 +214,11 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
   std::string nameSpace, name;
   if (header == nullptr || !getString(*header, "namespace", &nameSpace) ||
       !getString(*header, "name", &name))
-    return fail(
-        400, "invalid_dfi",
-        "a DFI request needs \"header\" with \"namespace\" and \"name\"");
+    return fail(400, "invalid_dfi",
+                "a DFI request needs \"header\" with \"namespace\" and \"name\"");
   if (nameSpace == "Tessel.DeviceManager") {
     if (name != "GetDevices")
-      return fail(400, "unknown_directive",
-                  "no directive " + name + " in " + nameSpace);
+      return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
     return deviceList(home, "");
   }
   const OpInfo* op = findDfiOp(nameSpace, name);
@@ -242,8 +226,7 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
   if (op == nullptr && !report) {
     if (nameSpace != "Corva" && !knownNamespace(nameSpace))
       return fail(400, "unknown_namespace", "no namespace " + nameSpace);
-    return fail(400, "unknown_directive",
-                "no directive " + name + " in " + nameSpace);
+    return fail(400, "unknown_directive", "no directive " + name + " in " + nameSpace);
   }
   // The endpoint id wins; the entity id is the fallback.
   std::string endpointId, entityId;
@@ -281,11 +264,9 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
   else if (dfis != nullptr)
     for (const auto& d : dfis->GetArray())
       replies.push_back(d.IsObject() ? dfi(home, d, &result.changes)
-                                     : fail(400, "invalid_dfi",
-                                            "a DFI request must be an object"));
+                                     : fail(400, "invalid_dfi", "a DFI request must be an object"));
   if (replies.empty()) {
-    Reply r =
-        fail(400, "empty_request", "the payload holds no QFI or DFI request");
+    Reply r = fail(400, "empty_request", "the payload holds no QFI or DFI request");
     result.code = r.code;
     result.data = r.json;
     return result;
@@ -314,20 +295,18 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
 
 }  // namespace
 
-HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
-                            const std::string& client, int requestType,
-                            const std::string& payload) {
+HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
+                            int requestType, const std::string& payload) {
   HandlerResult result;
   rapidjson::Document doc;
   doc.Parse(payload.data(), payload.size());
   Reply r{0, ""};
   if (requestType != 1 && requestType != 2 && requestType != 3) {
-    r = fail(400, "unknown_request_type",
-             "no request type " + std::to_string(requestType));
+    r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
   } else if (doc.HasParseError()) {
     r = fail(400, "invalid_json",
-             std::string(rapidjson::GetParseError_En(doc.GetParseError())) +
-                 " at offset " + std::to_string(doc.GetErrorOffset()));
+             std::string(rapidjson::GetParseError_En(doc.GetParseError())) + " at offset " +
+                 std::to_string(doc.GetErrorOffset()));
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
   } else if (requestType == 2) {
@@ -349,8 +328,7 @@ std::string stateChangePayload(const StateChange& change) {
   writeMember(w, "namespace", change.nameSpace);
   writeMember(w, "name", change.name);
   w.Key("value");
-  w.RawValue(change.valueJson.data(), change.valueJson.size(),
-             rapidjson::kObjectType);
+  w.RawValue(change.valueJson.data(), change.valueJson.size(), rapidjson::kObjectType);
   w.EndObject();
   return buf.GetString();
 }

@@ -19,9 +19,8 @@ struct HandlerResult {
 // Answers one request of `requestType` (1 QFI/DFI, 2 subscriptions, 3 state)
 // from `client`, updating home and subscriptions. Bad requests get a 4xx code
 // and {"error":..,"message":..}.
-HandlerResult handleRequest(Home& home, Subscriptions& subscriptions,
-                            const std::string& client, int requestType,
-                            const std::string& payload);
+HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
+                            int requestType, const std::string& payload);
 
 // The JSON payload of the state-change event for `change`.
 std::string stateChangePayload(const StateChange& change);

@@ -17,14 +17,12 @@ struct Reply {
   std::string json;
 };
 
-inline Reply fail(int code, const std::string& error,
-                  const std::string& message) {
+inline Reply fail(int code, const std::string& error, const std::string& message) {
   return {code, errorJson(error, message)};
 }
 
 // Answers a subscription request (type 2) of `client`.
-Reply handleSubscription(const Home& home, Subscriptions& subs,
-                         const std::string& client,
+Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
                          const rapidjson::Value& doc);
 
 }  // namespace ornsim

@@ -42,10 +42,8 @@ void writeSubscription(JsonWriter& w, const Subscription& s) {
 // Reads one subscription element; false with *err when it is malformed.
 bool readSubscription(const Value& v, Subscription* s, std::string* err) {
   const Value* entities = findMember(v, "entities");
-  const Value* endpoint =
-      entities ? findMember(*entities, "endpoint") : nullptr;
-  const Value* group =
-      entities ? findMember(*entities, "endpointGroup") : nullptr;
+  const Value* endpoint = entities ? findMember(*entities, "endpoint") : nullptr;
+  const Value* group = entities ? findMember(*entities, "endpointGroup") : nullptr;
   if (endpoint != nullptr)
     getString(*endpoint, "id", &s->endpointId);
   if (s->endpointId.empty() && group != nullptr)
@@ -56,8 +54,7 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
         "endpointGroup id";
     return false;
   }
-  if (const Value* types = findMember(v, "eventTypes");
-      types && types->IsArray())
+  if (const Value* types = findMember(v, "eventTypes"); types && types->IsArray())
     for (const auto& t : types->GetArray()) {
       EventTypeRef ref;
       if (!getString(t, "namespace", &ref.nameSpace)) {
@@ -72,19 +69,16 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
 
 }  // namespace
 
-Reply handleSubscription(const Home& home, Subscriptions& subs,
-                         const std::string& client, const Value& doc) {
+Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
+                         const Value& doc) {
   std::string operation;
   if (!getString(doc, "operation", &operation))
-    return fail(400, "invalid_subscription",
-                "the request needs a string \"operation\"");
+    return fail(400, "invalid_subscription", "the request needs a string \"operation\"");
   const Value* list = findMember(doc, "subscriptions");
   if (list != nullptr && !list->IsArray())
-    return fail(400, "invalid_subscription",
-                "\"subscriptions\" must be an array");
+    return fail(400, "invalid_subscription", "\"subscriptions\" must be an array");
   if (operation != "create" && operation != "delete" && operation != "get")
-    return fail(400, "unknown_operation",
-                "no subscription operation " + operation);
+    return fail(400, "unknown_operation", "no subscription operation " + operation);
   std::vector<Subscription> given;
   if (list != nullptr && operation != "get")
     for (const auto& v : list->GetArray()) {
@@ -97,8 +91,7 @@ Reply handleSubscription(const Home& home, Subscriptions& subs,
       if (operation == "create" && !s.endpointId.empty() &&
           home.findDevice(s.endpointId) == nullptr)
         return fail(404, "unknown_endpoint", "no endpoint " + s.endpointId);
-      if (operation == "create" && !s.groupId.empty() &&
-          home.findGroup(s.groupId) == nullptr)
+      if (operation == "create" && !s.groupId.empty() && home.findGroup(s.groupId) == nullptr)
         return fail(404, "unknown_group", "no group " + s.groupId);
       given.push_back(std::move(s));
     }

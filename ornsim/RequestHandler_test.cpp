@@ -7,21 +7,18 @@
 namespace ornsim {
 namespace {
 
-std::string qfi(const std::string& path, const std::string& method,
-                const std::string& body = "") {
-  std::string q =
-      R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"";
+std::string qfi(const std::string& path, const std::string& method, const std::string& body = "") {
+  std::string q = R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"";
   if (!body.empty())
     q += R"(,"requestBody":)" + body;
   return q + R"(},"dfi":[]})";
 }
 
-std::string dfi(const std::string& ns, const std::string& name,
-                const std::string& endpoint, const std::string& payload = "") {
-  std::string d =
-      R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
-      R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" +
-      endpoint + R"(","friendlyName":""})";
+std::string dfi(const std::string& ns, const std::string& name, const std::string& endpoint,
+                const std::string& payload = "") {
+  std::string d = R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
+                  R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" +
+                  endpoint + R"(","friendlyName":""})";
   if (!payload.empty())
     d += R"(,"payload":)" + payload;
   return d + "}]}";
@@ -45,32 +42,23 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, qfi("/v2/endpoints", "GET"), 200,
        R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})",
        ""},
-      {1, qfi(kReachable, "GET"), 200,
-       "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
-      {1, qfi("/v2/endpoints?filterExpression=name=x", "GET"), 400,
-       "invalid_filter", ""},
+      {1, qfi(kReachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
+      {1, qfi("/v2/endpoints?filterExpression=name=x", "GET"), 400, "invalid_filter", ""},
       {1, qfi("/v2/endpoints?limit=3", "GET"), 400, "invalid_query", ""},
       {1, qfi("/v2/endpoints", "POST"), 405, "method_not_allowed", ""},
       // Feature state: entity or endpoint id, with or without "/", optional
       // body.
-      {3, qfi("/v2/endpoints/light-kitchen/features/power/", "GET"), 200,
-       "\"value\":\"ON\"", ""},
-      {3, qfi("/v2/endpoints/ep-living/features/brightness", "GET"), 200,
-       "\"value\":50", ""},
+      {3, qfi("/v2/endpoints/light-kitchen/features/power/", "GET"), 200, "\"value\":\"ON\"", ""},
+      {3, qfi("/v2/endpoints/ep-living/features/brightness", "GET"), 200, "\"value\":50", ""},
       {3,
        qfi("/v2/endpoints/ep-living/features/colorTemperature", "GET",
            R"({"latencyTolerance":"medium"})"),
        200, "\"value\":4000", ""},
-      {3, qfi("/v2/endpoints/light-garage/features/connectivity", "GET"), 200,
-       "UNREACHABLE", ""},
-      {3, qfi("/v2/endpoints/plug-kettle/features/brightness", "GET"), 404,
-       "unknown_feature", ""},
-      {3, qfi("/v2/endpoints/nobody/features/power", "GET"), 404,
-       "unknown_endpoint", ""},
-      {3, qfi("/v2/endpoints/ep-living/features/power", "UNKNOWN"), 405,
-       "method_not_allowed", ""},
-      {1, qfi("/v2/endpoints/ep-living/features", "GET"), 404, "unknown_path",
-       ""},
+      {3, qfi("/v2/endpoints/light-garage/features/connectivity", "GET"), 200, "UNREACHABLE", ""},
+      {3, qfi("/v2/endpoints/plug-kettle/features/brightness", "GET"), 404, "unknown_feature", ""},
+      {3, qfi("/v2/endpoints/nobody/features/power", "GET"), 404, "unknown_endpoint", ""},
+      {3, qfi("/v2/endpoints/ep-living/features/power", "UNKNOWN"), 405, "method_not_allowed", ""},
+      {1, qfi("/v2/endpoints/ep-living/features", "GET"), 404, "unknown_path", ""},
       // Batch directives.
       {1,
        qfi("/v2/endpoints/batch/interfaces/power/turnOn/", "POST",
@@ -92,48 +80,31 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
        qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
            R"({"groupId":"group-nowhere","directivePayload":{}})"),
        404, "unknown_group", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
-           R"({"directivePayload":{}})"),
+      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST", R"({"directivePayload":{}})"),
        400, "invalid_body", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/power/toggle", "POST",
-           R"({"batch":[]})"),
-       404, "unknown_directive", ""},
-      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405,
-       "method_not_allowed", ""},
-      // DFI directives.
-      {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS",
-       ""},
-      {1,
-       dfi("Corva.BrightnessController", "SetBrightness", "ep-kettle",
-           R"({"brightness":1})"),
-       400, "unsupported_interface", ""},
-      {1, dfi("Corva.BrightnessController", "Dim", "ep-kitchen"), 400,
+      {1, qfi("/v2/endpoints/batch/interfaces/power/toggle", "POST", R"({"batch":[]})"), 404,
        "unknown_directive", ""},
-      {1, dfi("Corva.Teleporter", "Go", "ep-kitchen"), 400, "unknown_namespace",
-       ""},
-      {1,
-       dfi("Corva.ColorController", "SetColor", "ep-kitchen",
-           R"({"color":{"hue":1}})"),
-       400, "invalid_payload", ""},
-      {1, dfi("Corva.PowerController", "TurnOn", "ghost"), 404,
-       "unknown_endpoint", ""},
-      {1, dfi("Tessel.DeviceManager", "GetDevices", ""), 200,
-       "\"id\":\"strip-desk\"", ""},
-      {3, dfi("Corva", "ReportState", "ep-desk"), 200,
-       "\"name\":\"StateReport\"", ""},
+      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405, "method_not_allowed", ""},
+      // DFI directives.
+      {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS", ""},
+      {1, dfi("Corva.BrightnessController", "SetBrightness", "ep-kettle", R"({"brightness":1})"),
+       400, "unsupported_interface", ""},
+      {1, dfi("Corva.BrightnessController", "Dim", "ep-kitchen"), 400, "unknown_directive", ""},
+      {1, dfi("Corva.Teleporter", "Go", "ep-kitchen"), 400, "unknown_namespace", ""},
+      {1, dfi("Corva.ColorController", "SetColor", "ep-kitchen", R"({"color":{"hue":1}})"), 400,
+       "invalid_payload", ""},
+      {1, dfi("Corva.PowerController", "TurnOn", "ghost"), 404, "unknown_endpoint", ""},
+      {1, dfi("Tessel.DeviceManager", "GetDevices", ""), 200, "\"id\":\"strip-desk\"", ""},
+      {3, dfi("Corva", "ReportState", "ep-desk"), 200, "\"name\":\"StateReport\"", ""},
       {1, R"({"dfi":[null]})", 400, "invalid_dfi", ""},
       {1, R"({"dfi":[{"endpoint":{}}]})", 400, "invalid_dfi", ""},
       // Several operations answer together.
       {3,
        R"({"qfi":{"path":"/v2/endpoints/ep-desk/features/power","method":"GET"},"dfi":[)" +
            dfi("Corva", "ReportState", "ep-desk").substr(8),
-       200,
-       R"({"results":[{"responseCode":200,"responseData":{"entityId":"strip-desk")",
-       ""},
-      {1, R"({"dfi":[null,)" + dfi("Corva", "ReportState", "ep-desk").substr(8),
-       207, R"("responseCode":400)", ""},
+       200, R"({"results":[{"responseCode":200,"responseData":{"entityId":"strip-desk")", ""},
+      {1, R"({"dfi":[null,)" + dfi("Corva", "ReportState", "ep-desk").substr(8), 207,
+       R"("responseCode":400)", ""},
       // Malformed requests.
       {1, "{bad", 400, "invalid_json", ""},
       {1, "[1]", 400, "invalid_json", ""},
@@ -146,12 +117,9 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
     Subscriptions subs;
     HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload);
     EXPECT_EQ(r.code, c.code) << c.payload << "\n" << r.data;
-    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << c.payload << "\n"
-                                                         << r.data;
+    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << c.payload << "\n" << r.data;
     if (*c.dataLacks != '\0') {
-      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos)
-          << c.payload << "\n"
-          << r.data;
+      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << c.payload << "\n" << r.data;
     }
   }
 }
@@ -163,8 +131,8 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
     const char* value;
     const char* eventNamespace;
   } kCases[] = {
-      {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "power",
-       "\"OFF\"", "Corva.Endpoint.Feature.Power"},
+      {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "power", "\"OFF\"",
+       "Corva.Endpoint.Feature.Power"},
       {dfi("Corva.BrightnessController", "AdjustBrightness", "light-kitchen",
            R"({"brightnessDelta":50})"),
        "brightness", "100", "Corva.Endpoint.Feature.Brightness"},
@@ -180,11 +148,10 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
            "POST",
            R"({"batch":[{"endpointId":"ep-kitchen"}],"directivePayload":{"colorTemperatureInKelvin":3500}})"),
        "colorTemperature", "3500", "Corva.Endpoint.Feature.ColorTemperature"},
-      {dfi("Corva.ColorTemperatureController", "IncreaseColorTemperature",
-           "ep-kitchen"),
+      {dfi("Corva.ColorTemperatureController", "IncreaseColorTemperature", "ep-kitchen"),
        "colorTemperature", "3200", "Corva.Endpoint.Feature.ColorTemperature"},
-      {dfi("Corva.ColorTemperatureController", "DecreaseColorTemperature",
-           "ep-kitchen", R"({"colorTemperatureDelta":5000})"),
+      {dfi("Corva.ColorTemperatureController", "DecreaseColorTemperature", "ep-kitchen",
+           R"({"colorTemperatureDelta":5000})"),
        "colorTemperature", "1000", "Corva.Endpoint.Feature.ColorTemperature"},
   };
   for (const auto& c : kCases) {
@@ -196,12 +163,10 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
     EXPECT_EQ(r.changes[0].entityId, "light-kitchen") << c.payload;
     EXPECT_EQ(r.changes[0].nameSpace, c.eventNamespace) << c.payload;
     EXPECT_EQ(r.changes[0].valueJson, c.value) << c.payload;
-    HandlerResult get = handleRequest(
-        home, subs, "client", 3,
-        qfi(std::string("/v2/endpoints/ep-kitchen/features/") + c.feature,
-            "GET"));
-    EXPECT_NE(get.data.find(std::string("\"value\":") + c.value),
-              std::string::npos)
+    HandlerResult get =
+        handleRequest(home, subs, "client", 3,
+                      qfi(std::string("/v2/endpoints/ep-kitchen/features/") + c.feature, "GET"));
+    EXPECT_NE(get.data.find(std::string("\"value\":") + c.value), std::string::npos)
         << c.payload << "\n"
         << get.data;
   }
@@ -228,16 +193,14 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   Subscriptions subs;
   auto created = handleRequest(home, subs, "alice", 2, kCreateKitchenPower);
   ASSERT_EQ(created.code, 200) << created.data;
-  EXPECT_NE(created.data.find("\"subscriptionId\":\"sub-1\""),
-            std::string::npos);
+  EXPECT_NE(created.data.find("\"subscriptionId\":\"sub-1\""), std::string::npos);
   static const struct {
     const char* client;
     const char* payload;
     int code;
     const char* data;
   } kSteps[] = {
-      {"bob", R"({"operation":"get","subscriptions":[]})", 200,
-       R"({"subscriptions":[]})"},
+      {"bob", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
       {"alice", R"({"operation":"get","subscriptions":[]})", 200,
        R"({"subscriptions":[{"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
       {"bob",
@@ -246,25 +209,22 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice",
        R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ep-kitchen"}}}]})",
        200, R"({"deleted":1})"},
-      {"alice", R"({"operation":"get","subscriptions":[]})", 200,
-       R"({"subscriptions":[]})"},
+      {"alice", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
+      {"alice", R"({"operation":"create","subscriptions":[{"entities":{},"eventTypes":[]}]})", 400,
+       ""},
       {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{},"eventTypes":[]}]})",
-       400, ""},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})",
-       404, ""},
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})", 404,
+       ""},
       {"alice",
        R"({"operation":"create","subscriptions":[{"entities":{"endpointGroup":{"id":"nope"}}}]})",
        404, ""},
       {"alice",
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})",
-       200, R"({"deleted":0})"},
+       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})", 200,
+       R"({"deleted":0})"},
       {"alice",
        R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}},"eventTypes":[{"name":"x"}]}]})",
        400, ""},
-      {"alice", R"({"operation":"get","subscriptions":[]})", 200,
-       R"({"subscriptions":[]})"},
+      {"alice", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
       {"alice", R"({"operation":"unknown","subscriptions":[]})", 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},
       {"alice", R"({"operation":"get","subscriptions":{}})", 400, ""},
@@ -279,8 +239,7 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
 }
 
 TEST(Subscriptions, MatchEndpointGroupAndEventType) {
-  StateChange kitchenPower{"light-kitchen", "ep-kitchen",
-                           "Corva.Endpoint.Feature.Power",
+  StateChange kitchenPower{"light-kitchen", "ep-kitchen", "Corva.Endpoint.Feature.Power",
                            "Property.PowerState.Change", "\"ON\""};
   static const struct {
     Subscription sub;
@@ -292,32 +251,23 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
       {{"", "", "group-downstairs", {}}, true},
       {{"", "", "group-nowhere", {}}, false},
       {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", ""}}}, true},
-      {{"",
-        "ep-kitchen",
-        "",
-        {{"Corva.Endpoint.Feature.Power", "Property.PowerState.Change"}}},
+      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", "Property.PowerState.Change"}}},
        true},
-      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Brightness", ""}}},
-       false},
-      {{"",
-        "ep-kitchen",
-        "",
-        {{"Corva.Endpoint.Feature.Power", "Property.Other"}}},
-       false},
+      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Brightness", ""}}}, false},
+      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", "Property.Other"}}}, false},
   };
   const Home home = builtinHome();
   for (const auto& c : kCases) {
     Subscriptions subs;
     subs.add("watcher", c.sub);
-    EXPECT_EQ(subs.subscribers(home, kitchenPower).count("watcher"),
-              c.matches ? 1u : 0u)
+    EXPECT_EQ(subs.subscribers(home, kitchenPower).count("watcher"), c.matches ? 1u : 0u)
         << c.sub.endpointId << c.sub.groupId;
   }
 }
 
 TEST(RequestHandler, StateChangePayloadCarriesTheValueAsJson) {
-  StateChange c{"e", "p", "Corva.Endpoint.Feature.Color",
-                "Property.Color.Change", R"({"hue":1.0})"};
+  StateChange c{"e", "p", "Corva.Endpoint.Feature.Color", "Property.Color.Change",
+                R"({"hue":1.0})"};
   EXPECT_EQ(
       stateChangePayload(c),
       R"({"entityId":"e","endpointId":"p","namespace":"Corva.Endpoint.Feature.Color","name":"Property.Color.Change","value":{"hue":1.0}})");

@@ -96,20 +96,17 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       return;
     std::string frame;
     if (!ornwick::qipc::encodeFrame(ornwick::qipc::encodeMessage(m), &frame)) {
-      fprintf(stderr, "ornsim: a message to %s is over the frame limit\n",
-              name_.c_str());
+      fprintf(stderr, "ornsim: a message to %s is over the frame limit\n", name_.c_str());
       if (m.kind != MessageKind::kResponse)
         return;
       // The waiting request still gets an answer, just not the oversized one.
       Message tooLarge = m;
       tooLarge.code = 500;
-      tooLarge.text =
-          errorJson("response_too_large", "the answer exceeds the frame limit");
+      tooLarge.text = errorJson("response_too_large", "the answer exceeds the frame limit");
       encodeFrame(encodeMessage(tooLarge), &frame);
     }
     if (pendingBytes_ + frame.size() > kMaxPendingBytes) {
-      fprintf(stderr, "ornsim: client %s is not reading; cutting it off\n",
-              name_.c_str());
+      fprintf(stderr, "ornsim: client %s is not reading; cutting it off\n", name_.c_str());
       close();
       return;
     }
@@ -124,13 +121,12 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       send(m);
       return;
     }
-    auto timer = std::make_shared<asio::steady_timer>(
-        server_.io_, std::chrono::milliseconds(delayMs));
-    timer->async_wait(
-        [self = shared_from_this(), timer, m](const asio::error_code& ec) {
-          if (!ec)
-            self->send(m);
-        });
+    auto timer =
+        std::make_shared<asio::steady_timer>(server_.io_, std::chrono::milliseconds(delayMs));
+    timer->async_wait([self = shared_from_this(), timer, m](const asio::error_code& ec) {
+      if (!ec)
+        self->send(m);
+    });
   }
 
   bool registered() const { return registered_; }
@@ -147,17 +143,16 @@ class Server::Session : public std::enable_shared_from_this<Session> {
 
  private:
   void read() {
-    socket_.async_read_some(
-        asio::buffer(buf_),
-        [self = shared_from_this()](const asio::error_code& ec, size_t n) {
-          if (ec) {
-            self->close();
-            return;
-          }
-          self->decoder_.feed(self->buf_, n);
-          if (self->drain())
-            self->read();
-        });
+    socket_.async_read_some(asio::buffer(buf_),
+                            [self = shared_from_this()](const asio::error_code& ec, size_t n) {
+                              if (ec) {
+                                self->close();
+                                return;
+                              }
+                              self->decoder_.feed(self->buf_, n);
+                              if (self->drain())
+                                self->read();
+                            });
   }
 
   // Handles every complete frame; false when the connection was closed.
@@ -170,14 +165,12 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       Message m;
       if (status == ornwick::qipc::FrameDecoder::Status::kError ||
           !ornwick::qipc::decodeMessage(body, &m, &err)) {
-        fprintf(stderr, "ornsim: protocol error from client %s: %s\n",
-                name_.c_str(), err.c_str());
+        fprintf(stderr, "ornsim: protocol error from client %s: %s\n", name_.c_str(), err.c_str());
         close();
         return false;
       }
       if (!handle(m)) {
-        fprintf(stderr, "ornsim: unexpected message from client %s\n",
-                name_.c_str());
+        fprintf(stderr, "ornsim: unexpected message from client %s\n", name_.c_str());
         close();
         return false;
       }
@@ -193,8 +186,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       registered_ = true;
       server_.record(registrationRecord(m.text, m.type));
       if (!o.noRegister)
-        sendLater(o.registerDelayMs,
-                  event(kClientRegisteredEvent, registeredPayload(name_)));
+        sendLater(o.registerDelayMs, event(kClientRegisteredEvent, registeredPayload(name_)));
       for (const auto& e : o.emits)
         sendLater(e.delayMs, event(e.eventType, e.payload));
       return true;
@@ -211,8 +203,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       response.code = o.respondCode;
       response.text = o.respondData;
     } else {
-      HandlerResult result = handleRequest(
-          server_.home_, server_.subscriptions_, name_, m.type, m.text);
+      HandlerResult result =
+          handleRequest(server_.home_, server_.subscriptions_, name_, m.type, m.text);
       response.code = result.code;
       response.text = std::move(result.data);
       for (const auto& change : result.changes)
@@ -223,18 +215,17 @@ class Server::Session : public std::enable_shared_from_this<Session> {
   }
 
   void write() {
-    asio::async_write(
-        socket_, asio::buffer(outbox_.front()),
-        [self = shared_from_this()](const asio::error_code& ec, size_t) {
-          if (ec) {
-            self->close();
-            return;
-          }
-          self->pendingBytes_ -= self->outbox_.front().size();
-          self->outbox_.pop_front();
-          if (!self->outbox_.empty())
-            self->write();
-        });
+    asio::async_write(socket_, asio::buffer(outbox_.front()),
+                      [self = shared_from_this()](const asio::error_code& ec, size_t) {
+                        if (ec) {
+                          self->close();
+                          return;
+                        }
+                        self->pendingBytes_ -= self->outbox_.front().size();
+                        self->outbox_.pop_front();
+                        if (!self->outbox_.empty())
+                          self->write();
+                      });
   }
 
   Server& server_;
@@ -249,11 +240,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
 };
 
 Server::Server(asio::io_context& io, const Options& options, Home home)
-    : io_(io),
-      options_(options),
-      home_(std::move(home)),
-      acceptor_(io),
-      acceptRetry_(io) {}
+    : io_(io), options_(options), home_(std::move(home)), acceptor_(io), acceptRetry_(io) {}
 
 Server::~Server() {
   try {
@@ -318,26 +305,26 @@ void Server::shutdown() {
 }
 
 void Server::accept() {
-  acceptor_.async_accept([this](const asio::error_code& ec,
-                                asio::local::stream_protocol::socket socket) {
-    if (ec == asio::error::operation_aborted)
-      return;
-    if (ec) {
-      // Out of descriptors and the like: retrying at once would spin; back off
-      // briefly.
-      fprintf(stderr, "ornsim: accept: %s\n", ec.message().c_str());
-      acceptRetry_.expires_after(std::chrono::milliseconds(100));
-      acceptRetry_.async_wait([this](const asio::error_code& waited) {
-        if (!waited)
-          accept();
+  acceptor_.async_accept(
+      [this](const asio::error_code& ec, asio::local::stream_protocol::socket socket) {
+        if (ec == asio::error::operation_aborted)
+          return;
+        if (ec) {
+          // Out of descriptors and the like: retrying at once would spin; back off
+          // briefly.
+          fprintf(stderr, "ornsim: accept: %s\n", ec.message().c_str());
+          acceptRetry_.expires_after(std::chrono::milliseconds(100));
+          acceptRetry_.async_wait([this](const asio::error_code& waited) {
+            if (!waited)
+              accept();
+          });
+          return;
+        }
+        auto session = std::make_shared<Session>(*this, std::move(socket));
+        sessions_.insert(session);
+        session->start();
+        accept();
       });
-      return;
-    }
-    auto session = std::make_shared<Session>(*this, std::move(socket));
-    sessions_.insert(session);
-    session->start();
-    accept();
-  });
 }
 
 void Server::record(const std::string& line) {
@@ -349,8 +336,7 @@ void Server::record(const std::string& line) {
 }
 
 void Server::publish(const StateChange& change) {
-  const std::set<std::string> clients =
-      subscriptions_.subscribers(home_, change);
+  const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
   if (clients.empty())
     return;
   Message m = event(kStateChangeEvent, stateChangePayload(change));

@@ -6,10 +6,8 @@
 namespace ornsim {
 namespace {
 
-bool sameDevice(const Home& home, const std::string& id,
-                const StateChange& change) {
-  if (id == change.entityId ||
-      (!change.endpointId.empty() && id == change.endpointId))
+bool sameDevice(const Home& home, const std::string& id, const StateChange& change) {
+  if (id == change.entityId || (!change.endpointId.empty() && id == change.endpointId))
     return true;
   // The subscription may name the device by its other id.
   for (const auto& d : home.devices)
@@ -18,8 +16,7 @@ bool sameDevice(const Home& home, const std::string& id,
   return false;
 }
 
-bool covers(const Home& home, const Subscription& s,
-            const StateChange& change) {
+bool covers(const Home& home, const Subscription& s, const StateChange& change) {
   bool entity = false;
   if (!s.endpointId.empty())
     entity = sameDevice(home, s.endpointId, change);
@@ -32,24 +29,21 @@ bool covers(const Home& home, const Subscription& s,
   if (s.eventTypes.empty())
     return true;
   for (const auto& t : s.eventTypes)
-    if (t.nameSpace == change.nameSpace &&
-        (t.name.empty() || t.name == change.name))
+    if (t.nameSpace == change.nameSpace && (t.name.empty() || t.name == change.name))
       return true;
   return false;
 }
 
 }  // namespace
 
-const Subscription& Subscriptions::add(const std::string& client,
-                                       Subscription s) {
+const Subscription& Subscriptions::add(const std::string& client, Subscription s) {
   s.id = "sub-" + std::to_string(nextId_++);
   auto& list = byClient_[client];
   list.push_back(std::move(s));
   return list.back();
 }
 
-int Subscriptions::remove(const std::string& client,
-                          const std::string& endpointId,
+int Subscriptions::remove(const std::string& client, const std::string& endpointId,
                           const std::string& groupId) {
   auto it = byClient_.find(client);
   if (it == byClient_.end())
@@ -58,8 +52,7 @@ int Subscriptions::remove(const std::string& client,
   const size_t before = list.size();
   list.erase(std::remove_if(list.begin(), list.end(),
                             [&](const Subscription& s) {
-                              return s.endpointId == endpointId &&
-                                     s.groupId == groupId;
+                              return s.endpointId == endpointId && s.groupId == groupId;
                             }),
              list.end());
   return static_cast<int>(before - list.size());
@@ -70,8 +63,8 @@ std::vector<Subscription> Subscriptions::of(const std::string& client) const {
   return it == byClient_.end() ? std::vector<Subscription>{} : it->second;
 }
 
-std::set<std::string> Subscriptions::subscribers(
-    const Home& home, const StateChange& change) const {
+std::set<std::string> Subscriptions::subscribers(const Home& home,
+                                                 const StateChange& change) const {
   std::set<std::string> names;
   for (const auto& entry : byClient_)
     for (const auto& s : entry.second)

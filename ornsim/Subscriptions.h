@@ -26,8 +26,7 @@ struct EventTypeRef {
 
 struct Subscription {
   std::string id;
-  std::string
-      endpointId;  // set for an endpoint subscription (entity or endpoint id)
+  std::string endpointId;                // set for an endpoint subscription (entity or endpoint id)
   std::string groupId;                   // set for a group subscription
   std::vector<EventTypeRef> eventTypes;  // empty: every event
 };
@@ -40,12 +39,10 @@ class Subscriptions {
   const Subscription& add(const std::string& client, Subscription s);
   // Removes the client's subscriptions on this endpoint or group; returns how
   // many.
-  int remove(const std::string& client, const std::string& endpointId,
-             const std::string& groupId);
+  int remove(const std::string& client, const std::string& endpointId, const std::string& groupId);
   std::vector<Subscription> of(const std::string& client) const;
   // Names of the clients that have a subscription matching `change`.
-  std::set<std::string> subscribers(const Home& home,
-                                    const StateChange& change) const;
+  std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
 
  private:
   std::map<std::string, std::vector<Subscription>> byClient_;

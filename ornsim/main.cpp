@@ -28,8 +28,7 @@ int run(int argc, char** argv) {
     std::vector<std::string> problems;
     if (!ornsim::loadHome(options.homeFile, &home, &problems)) {
       for (const auto& p : problems)
-        fprintf(stderr, "ornsim: %s: %s\n", options.homeFile.c_str(),
-                p.c_str());
+        fprintf(stderr, "ornsim: %s: %s\n", options.homeFile.c_str(), p.c_str());
       return 2;
     }
   }
@@ -39,9 +38,8 @@ int run(int argc, char** argv) {
 
   asio::io_context io;
   ornsim::Server server(io, options, std::move(home));
-  const std::string path = options.socketPath.empty()
-                               ? ornwick::qipc::socketPath()
-                               : options.socketPath;
+  const std::string path =
+      options.socketPath.empty() ? ornwick::qipc::socketPath() : options.socketPath;
   if (!server.start(path, &err)) {
     fprintf(stderr, "ornsim: %s\n", err.c_str());
     return 2;

@@ -20,9 +20,7 @@ constexpr char kPayloadVersion[] = "3.0";
 std::string DFIRequest::toJsonString() const {
   JsonDocBuilder doc;
   JsonValueBuilder header(doc.allocator());
-  header.set("namespace", nameSpace)
-      .set("name", name)
-      .set("payloadVersion", payloadVersion);
+  header.set("namespace", nameSpace).set("name", name).set("payloadVersion", payloadVersion);
   JsonValueBuilder endpoint(doc.allocator());
   endpoint.set("entityId", entityId)
       .set("endpointId", endpointId)

@@ -40,10 +40,9 @@ TEST(DFIRequest, StringsEndAtTheirFirstNul) {
   DFIRequest r;
   r.name = "a\"b";
   r.friendlyName = std::string("My Light\0hidden", 15);
-  EXPECT_EQ(
-      R"({"header":{"namespace":"","name":"a\"b","payloadVersion":""},)"
-      R"("endpoint":{"entityId":"","endpointId":"","friendlyName":"My Light"}})",
-      r.toJsonString());
+  EXPECT_EQ(R"({"header":{"namespace":"","name":"a\"b","payloadVersion":""},)"
+            R"("endpoint":{"entityId":"","endpointId":"","friendlyName":"My Light"}})",
+            r.toJsonString());
 }
 
 TEST(DFIRequestBuilder, AppendsToTheParentPayloadInOrder) {

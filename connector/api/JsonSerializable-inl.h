@@ -9,8 +9,7 @@ namespace api {
 
 template <typename T>
 std::string JsonSerializable<T>::toJsonString() const {
-  zedLocalUtil::jsonUtil::JsonDocument doc(
-      nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
+  zedLocalUtil::jsonUtil::JsonDocument doc(nullptr, zedLocalUtil::jsonUtil::kParseStackCapacity);
   zedLocalUtil::jsonUtil::JsonValue value = toJsonValue(doc.GetAllocator());
   return zedLocalUtil::jsonUtil::serialize(value);
 }

@@ -10,8 +10,7 @@ namespace {
 constexpr int32_t kRawPayloadType = 2;
 }  // namespace
 
-ORNRequestBuilder::ORNRequestBuilder()
-    : payload(std::make_shared<RequestPayload>()) {}
+ORNRequestBuilder::ORNRequestBuilder() : payload(std::make_shared<RequestPayload>()) {}
 
 ORNRequestBuilder& ORNRequestBuilder::addQfi(const std::string& path,
                                              const QFIRequest::Method& method,

@@ -24,8 +24,7 @@ class ORNRequestBuilder {
   std::string rawPayload;
 
   // Makes the payload's QFI request; the last call wins.
-  ORNRequestBuilder& addQfi(const std::string& path,
-                            const QFIRequest::Method& method,
+  ORNRequestBuilder& addQfi(const std::string& path, const QFIRequest::Method& method,
                             const std::string& requestBody);
   std::shared_ptr<ORNRequest> build() const;
 };

@@ -12,8 +12,7 @@ namespace api {
 
 // Parses text, up to its first NUL, into *out. Returns false, with *out null,
 // when it does not parse (the empty text included).
-bool parseJsonText(const std::string& text,
-                   zedLocalUtil::jsonUtil::JsonDocument* out);
+bool parseJsonText(const std::string& text, zedLocalUtil::jsonUtil::JsonDocument* out);
 
 // Appends the parsed text to the root under key, or null when it does not
 // parse. Returns whether it parsed.

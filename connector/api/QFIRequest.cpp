@@ -24,8 +24,8 @@ const char* methodText(QFIRequest::Method method) {
 
 }  // namespace
 
-std::shared_ptr<QFIRequest> QFIRequest::fromPath(
-    const QfiPath& path, Method method, const std::string& requestBody) {
+std::shared_ptr<QFIRequest> QFIRequest::fromPath(const QfiPath& path, Method method,
+                                                 const std::string& requestBody) {
   auto request = std::make_shared<QFIRequest>();
   request->path = path.toString();
   request->method = method;

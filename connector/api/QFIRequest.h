@@ -20,8 +20,7 @@ struct QFIRequest {
   // True when made by fromPath().
   bool madeFromPath = false;
 
-  static std::shared_ptr<QFIRequest> fromPath(const QfiPath& path,
-                                              Method method,
+  static std::shared_ptr<QFIRequest> fromPath(const QfiPath& path, Method method,
                                               const std::string& requestBody);
 
   // {"path":...,"method":"GET"|"POST"|"UNKNOWN"[,"requestBody":<parsed body>]};

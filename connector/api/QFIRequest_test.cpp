@@ -18,10 +18,8 @@ TEST(QFIRequest, JsonText) {
        R"({"path":"/v2/endpoints/id1/features/power/","method":"GET"})"},
       {"/p", 0, "", R"({"path":"/p","method":"UNKNOWN"})"},
       {"/p", 3, "", R"({"path":"/p","method":"UNKNOWN"})"},
-      {"/p", 1, " [ 1 , 2.0 ] ",
-       R"({"path":"/p","method":"GET","requestBody":[1,2.0]})"},
-      {"/p", 1, R"("text")",
-       R"({"path":"/p","method":"GET","requestBody":"text"})"},
+      {"/p", 1, " [ 1 , 2.0 ] ", R"({"path":"/p","method":"GET","requestBody":[1,2.0]})"},
+      {"/p", 1, R"("text")", R"({"path":"/p","method":"GET","requestBody":"text"})"},
       {"/p", 2, "{bad", ""},
       {"/p", 2, "{} {}", ""},
       {"/p", 2, " ", ""},
@@ -32,16 +30,14 @@ TEST(QFIRequest, JsonText) {
     r.path = c.path;
     r.method = static_cast<QFIRequest::Method>(c.method);
     r.requestBody = c.body;
-    EXPECT_EQ(c.want, r.toJsonString())
-        << c.path << " " << c.method << " " << c.body;
+    EXPECT_EQ(c.want, r.toJsonString()) << c.path << " " << c.method << " " << c.body;
   }
 }
 
 TEST(QFIRequest, FromPathCopiesThePath) {
   QfiPath path = QfiPath::batchDirective("brightness", "setBrightness");
   auto r = QFIRequest::fromPath(path, QFIRequest::POST, "{}");
-  EXPECT_EQ("/v2/endpoints/batch/interfaces/brightness/setBrightness/",
-            r->path);
+  EXPECT_EQ("/v2/endpoints/batch/interfaces/brightness/setBrightness/", r->path);
   EXPECT_EQ(QFIRequest::POST, r->method);
   EXPECT_EQ("{}", r->requestBody);
   EXPECT_EQ("setBrightness", r->qfiPath.directiveName);

@@ -22,8 +22,7 @@ QfiPath QfiPath::batchDirective(const std::string& interfaceName,
   return p;
 }
 
-QfiPath QfiPath::endpointFeature(const std::string& endpointId,
-                                 const std::string& featureName) {
+QfiPath QfiPath::endpointFeature(const std::string& endpointId, const std::string& featureName) {
   QfiPath p;
   p.kind = kEndpointFeature;
   p.endpointId = endpointId;
@@ -32,8 +31,7 @@ QfiPath QfiPath::endpointFeature(const std::string& endpointId,
   return p;
 }
 
-QfiPath QfiPath::endpointQuery(
-    std::unordered_map<std::string, std::string> queryParams) {
+QfiPath QfiPath::endpointQuery(std::unordered_map<std::string, std::string> queryParams) {
   QfiPath p;
   p.kind = kEndpointQuery;
   p.queryParams = std::move(queryParams);
@@ -52,8 +50,7 @@ std::string QfiPath::toString() const {
       // Batch and feature paths end in "/", query paths never do; deliberate.
       return out + "/";
     case kEndpointFeature:
-      return std::string(kEndpointsRoot) + "/" + endpointId + "/features/" +
-             featureName + "/";
+      return std::string(kEndpointsRoot) + "/" + endpointId + "/features/" + featureName + "/";
     case kEndpointQuery: {
       out = kEndpointsRoot;
       char separator = '?';

@@ -24,9 +24,8 @@ std::shared_ptr<DFIRequest> dfi(const char* name, const char* payload = "") {
   return r;
 }
 
-constexpr char kDfiA[] =
-    R"({"header":{"namespace":"","name":"A","payloadVersion":""},)"
-    R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""}})";
+constexpr char kDfiA[] = R"({"header":{"namespace":"","name":"A","payloadVersion":""},)"
+                         R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""}})";
 constexpr char kDfiB[] =
     R"({"header":{"namespace":"","name":"B","payloadVersion":""},)"
     R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""},"payload":[]})";
@@ -43,16 +42,12 @@ TEST(RequestPayload, JsonText) {
       {"qfi first, dfis in order",
        qfi("/p"),
        {dfi("B", "[]"), dfi("A")},
-       std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB +
-           "," + kDfiA + "]}"},
+       std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB + "," + kDfiA + "]}"},
       {"unparseable dfi is null",
        nullptr,
        {dfi("A"), dfi("X", "{bad"), nullptr},
        std::string(R"({"dfi":[)") + kDfiA + ",null,null]}"},
-      {"unparseable qfi is null",
-       qfi("/p", "nope"),
-       {},
-       R"({"qfi":null,"dfi":[]})"},
+      {"unparseable qfi is null", qfi("/p", "nope"), {}, R"({"qfi":null,"dfi":[]})"},
   };
   for (const auto& c : kCases) {
     RequestPayload p;
@@ -86,8 +81,7 @@ TEST(ORNRequestBuilder, Build) {
     b.rawPayload = c.raw;
     if (c.withQfi) {
       // Only the last addQfi counts.
-      b.addQfi("/a", QFIRequest::GET, "")
-          .addQfi("/b", QFIRequest::POST, R"({"x":1})");
+      b.addQfi("/a", QFIRequest::GET, "").addQfi("/b", QFIRequest::POST, R"({"x":1})");
     }
     auto r = b.build();
     EXPECT_EQ("rid", r->requestId) << c.name;

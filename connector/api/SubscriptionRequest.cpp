@@ -74,8 +74,7 @@ JsonValue Entities::toJsonValue(JsonAllocator& allocator) const {
 
 JsonValue Subscription::toJsonValue(JsonAllocator& allocator) const {
   JsonValueBuilder b(allocator);
-  JsonValue e = entities ? entities->toJsonValue(allocator)
-                         : JsonValue(rapidjson::kObjectType);
+  JsonValue e = entities ? entities->toJsonValue(allocator) : JsonValue(rapidjson::kObjectType);
   b.set("entities", e);
   setArray(b, "eventTypes", eventTypes);
   return std::move(b.value());
@@ -96,8 +95,8 @@ SubscriptionBuilder::SubscriptionBuilder(SubscriptionRequestBuilder* parent)
   subscription_->entities = std::make_shared<Entities>();
 }
 
-SubscriptionBuilder& SubscriptionBuilder::withEventType(
-    const std::string& ns, const std::string& name) {
+SubscriptionBuilder& SubscriptionBuilder::withEventType(const std::string& ns,
+                                                        const std::string& name) {
   auto eventType = std::make_shared<EventType>();
   eventType->nameSpace = ns;
   eventType->name = name;
@@ -119,8 +118,7 @@ SubscriptionBuilder& SubscriptionBuilder::withEndpoint(const std::string& id) {
   return *this;
 }
 
-SubscriptionBuilder& SubscriptionBuilder::withEndpointGroup(
-    const std::string& id) {
+SubscriptionBuilder& SubscriptionBuilder::withEndpointGroup(const std::string& id) {
   entities().endpointGroup = std::make_shared<EndpointGroupEntity>();
   entities().endpointGroup->id = id;
   return *this;

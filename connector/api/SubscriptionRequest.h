@@ -72,8 +72,7 @@ class SubscriptionBuilder {
   explicit SubscriptionBuilder(SubscriptionRequestBuilder* parent);
 
   // Appends an event type; the same pair twice gives two entries.
-  SubscriptionBuilder& withEventType(const std::string& ns,
-                                     const std::string& name);
+  SubscriptionBuilder& withEventType(const std::string& ns, const std::string& name);
   // Sets the entities' endpoint (type "Endpoint") or endpoint group to the id.
   SubscriptionBuilder& withEndpoint(const std::string& id);
   SubscriptionBuilder& withEndpointGroup(const std::string& id);

@@ -22,8 +22,7 @@ TEST(SubscriptionRequest, JsonText) {
        R"({"operation":"delete","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
       {"unknown operation",
        [](SubscriptionRequestBuilder& r) {
-         r.request()->operation =
-             static_cast<SubscriptionRequest::Operation>(0);
+         r.request()->operation = static_cast<SubscriptionRequest::Operation>(0);
        },
        R"({"operation":"unknown","subscriptions":[]})"},
       {"same event twice, group after endpoint",

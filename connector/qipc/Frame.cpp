@@ -37,17 +37,14 @@ FrameDecoder::Status FrameDecoder::next(std::string* body, std::string* err) {
   }
   if (buffered() < kFrameHeaderSize)
     return Status::kNeedMore;
-  const auto* p =
-      reinterpret_cast<const unsigned char*>(buffer_.data() + consumed_);
-  const uint32_t n = (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) |
-                     (uint32_t{p[2]} << 8) | uint32_t{p[3]};
+  const auto* p = reinterpret_cast<const unsigned char*>(buffer_.data() + consumed_);
+  const uint32_t n =
+      (uint32_t{p[0]} << 24) | (uint32_t{p[1]} << 16) | (uint32_t{p[2]} << 8) | uint32_t{p[3]};
   if (n == 0 || n > kMaxFrameSize) {
     failed_ = true;
     buffer_.clear();
     consumed_ = 0;
-    *err = n == 0
-               ? "empty frame"
-               : "frame of " + std::to_string(n) + " bytes exceeds the limit";
+    *err = n == 0 ? "empty frame" : "frame of " + std::to_string(n) + " bytes exceeds the limit";
     return Status::kError;
   }
   if (buffered() - kFrameHeaderSize < n)

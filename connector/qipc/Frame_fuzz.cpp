@@ -16,8 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   decoder.feed(reinterpret_cast<const char*>(data), half);
   decoder.feed(reinterpret_cast<const char*>(data) + half, size - half);
   std::string body, err;
-  while (decoder.next(&body, &err) ==
-         ornwick::qipc::FrameDecoder::Status::kFrame) {
+  while (decoder.next(&body, &err) == ornwick::qipc::FrameDecoder::Status::kFrame) {
     ornwick::qipc::Message m;
     ornwick::qipc::decodeMessage(body, &m, &err);
   }

@@ -10,14 +10,13 @@ namespace qipc {
 namespace {
 
 std::string header(uint32_t n) {
-  return {static_cast<char>(n >> 24), static_cast<char>(n >> 16),
-          static_cast<char>(n >> 8), static_cast<char>(n)};
+  return {static_cast<char>(n >> 24), static_cast<char>(n >> 16), static_cast<char>(n >> 8),
+          static_cast<char>(n)};
 }
 
 // Feeds `stream` in pieces of `chunk` bytes and collects every frame until an
 // error.
-std::vector<std::string> decodeAll(const std::string& stream, size_t chunk,
-                                   bool* failed) {
+std::vector<std::string> decodeAll(const std::string& stream, size_t chunk, bool* failed) {
   FrameDecoder d;
   std::vector<std::string> frames;
   *failed = false;
@@ -54,8 +53,7 @@ TEST(Frame, DecoderFindsFramesWhateverTheReadSizes) {
   ASSERT_TRUE(encodeFrame("x", &b));
   ASSERT_TRUE(encodeFrame(std::string(70000, 'y'), &c));
   const std::string stream = a + b + c + a;
-  for (size_t chunk : {size_t{1}, size_t{2}, size_t{3}, size_t{5}, size_t{4096},
-                       stream.size()}) {
+  for (size_t chunk : {size_t{1}, size_t{2}, size_t{3}, size_t{5}, size_t{4096}, stream.size()}) {
     bool failed;
     auto frames = decodeAll(stream, chunk, &failed);
     EXPECT_FALSE(failed) << chunk;
@@ -78,8 +76,7 @@ TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
       {"one over the limit", header(kMaxFrameSize + 1) + "x", 0, true},
       {"all ones", header(0xffffffffu), 0, true},
       {"garbage text", "GET / HTTP/1.1\r\n\r\n", 0, true},
-      {"good then zero", header(1) + "a" + header(0) + header(1) + "b", 1,
-       true},
+      {"good then zero", header(1) + "a" + header(0) + header(1) + "b", 1, true},
       {"truncated header", std::string("\0\0", 2), 0, false},
       {"truncated body", header(10) + "abc", 0, false},
   };

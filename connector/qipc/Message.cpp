@@ -89,9 +89,8 @@ bool decodeMessage(const std::string& text, Message* m, std::string* err) {
   rapidjson::Document doc;
   doc.Parse(text.data(), text.size());
   if (doc.HasParseError()) {
-    *err = std::string("bad message JSON: ") +
-           rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
-           std::to_string(doc.GetErrorOffset());
+    *err = std::string("bad message JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
+           " at offset " + std::to_string(doc.GetErrorOffset());
     return false;
   }
   if (!doc.IsObject()) {
@@ -116,25 +115,20 @@ bool decodeMessage(const std::string& text, Message* m, std::string* err) {
   bool ok = false;
   switch (m->kind) {
     case MessageKind::kEvent:
-      ok = getInt(doc, "eventType", &m->type) &&
-           getString(doc, "payload", &m->text);
+      ok = getInt(doc, "eventType", &m->type) && getString(doc, "payload", &m->text);
       break;
     case MessageKind::kRegister:
-      ok = getString(doc, "clientName", &m->text) &&
-           getInt(doc, "connectorType", &m->type);
+      ok = getString(doc, "clientName", &m->text) && getInt(doc, "connectorType", &m->type);
       break;
     case MessageKind::kRequest: {
-      ok = getString(doc, "requestId", &m->id) &&
-           getInt(doc, "requestType", &m->type) &&
+      ok = getString(doc, "requestId", &m->id) && getInt(doc, "requestType", &m->type) &&
            getString(doc, "payload", &m->text);
       auto it = doc.FindMember("sync");
-      m->sync =
-          it != doc.MemberEnd() && it->value.IsBool() && it->value.GetBool();
+      m->sync = it != doc.MemberEnd() && it->value.IsBool() && it->value.GetBool();
       break;
     }
     case MessageKind::kResponse:
-      ok = getString(doc, "requestId", &m->id) &&
-           getInt(doc, "responseCode", &m->code) &&
+      ok = getString(doc, "requestId", &m->id) && getInt(doc, "responseCode", &m->code) &&
            getString(doc, "responseData", &m->text);
       break;
   }

@@ -45,8 +45,7 @@ int connectUnix(const std::string& path, std::string* err) {
   }
   // A Unix-domain connect completes at once or fails; EAGAIN means a full
   // backlog.
-  if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) !=
-      0) {
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
     *err = "connect " + path + ": " + strerror(errno);
     close(fd);
     return -1;

@@ -70,13 +70,11 @@ inline std::string errorLine(const std::string& key, const std::string& message)
   return "{\"error\":\"" + key + "\",\"message\":\"" + message + "\"}\n";
 }
 
-inline std::string responseLine(const std::string& requestId, int code,
-                                const std::string& data) {
+inline std::string responseLine(const std::string& requestId, int code, const std::string& data) {
   return "{\"requestId\":\"" + requestId + "\",\"responseCode\":" + std::to_string(code) +
          ",\"responseData\":" + data + "}\n";
 }
 
-constexpr const char kStoiWarning[] =
-    "Warning: Invalid characters in input, using default value\n";
+constexpr const char kStoiWarning[] = "Warning: Invalid characters in input, using default value\n";
 
 }  // namespace clitest

@@ -50,8 +50,7 @@ class Recorder : public IORNEventHandler {
   // Waits until `count` events of `type` have arrived.
   bool waitEvents(int type, size_t count = 1) {
     std::unique_lock<std::mutex> lock(mu_);
-    return cv_.wait_until(lock, Clock::now() + kWait,
-                          [&] { return countLocked(type) >= count; });
+    return cv_.wait_until(lock, Clock::now() + kWait, [&] { return countLocked(type) >= count; });
   }
   bool waitResponse(const std::string& id, ORNResponse* out) {
     std::unique_lock<std::mutex> lock(mu_);
@@ -110,8 +109,7 @@ struct Connected {
 };
 
 // A client of `sim`, registered under `name`.
-std::unique_ptr<Connected> connectTo(const std::string& socket,
-                                     const std::string& name) {
+std::unique_ptr<Connected> connectTo(const std::string& socket, const std::string& name) {
   useSocket(socket);
   auto c = std::make_unique<Connected>();
   if (!c->client->initialize(c->handler, ConnectorType::kLocalService, name) ||
@@ -120,8 +118,7 @@ std::unique_ptr<Connected> connectTo(const std::string& socket,
   return c;
 }
 
-std::shared_ptr<ORNRequest> request(ORNClient& client, int type,
-                                    const std::string& payload) {
+std::shared_ptr<ORNRequest> request(ORNClient& client, int type, const std::string& payload) {
   auto r = std::make_shared<ORNRequest>();
   r->requestId = client.generateRequestId();
   r->requestType = type;
@@ -129,8 +126,7 @@ std::shared_ptr<ORNRequest> request(ORNClient& client, int type,
   return r;
 }
 
-const char kDevices[] =
-    R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
+const char kDevices[] = R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
 
 // A blocking Unix-domain socket, with `path` as its address for bind/connect.
 int unixSocket(const std::string& path, sockaddr_un* addr) {
@@ -146,8 +142,7 @@ class FakeService {
   FakeService() : path_(dir_.file("fake.sock")) {
     sockaddr_un addr;
     fd_ = unixSocket(path_, &addr);
-    ok_ = fd_ >= 0 &&
-          bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
+    ok_ = fd_ >= 0 && bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) == 0 &&
           listen(fd_, 8) == 0;
   }
   ~FakeService() {
@@ -173,14 +168,13 @@ struct BadBytes {
 
 std::string frame(const std::string& body) {
   const auto n = static_cast<uint32_t>(body.size());
-  std::string f{static_cast<char>(n >> 24), static_cast<char>(n >> 16),
-                static_cast<char>(n >> 8), static_cast<char>(n)};
+  std::string f{static_cast<char>(n >> 24), static_cast<char>(n >> 16), static_cast<char>(n >> 8),
+                static_cast<char>(n)};
   return f + body;
 }
 
 bool sendAll(int fd, const std::string& bytes) {
-  return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(bytes.size());
+  return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 // Reads until the peer closes; true when it did so (rather than erroring).
@@ -200,8 +194,7 @@ std::string readFrame(int fd) {
   unsigned char h[4];
   if (recv(fd, h, 4, MSG_WAITALL) != 4)
     return "";
-  const size_t n =
-      (size_t{h[0]} << 24) | (size_t{h[1]} << 16) | (size_t{h[2]} << 8) | h[3];
+  const size_t n = (size_t{h[0]} << 24) | (size_t{h[1]} << 16) | (size_t{h[2]} << 8) | h[3];
   std::string body(n, '\0');
   if (recv(fd, body.data(), n, MSG_WAITALL) != static_cast<ssize_t>(n))
     return "";
@@ -227,8 +220,7 @@ TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
   ASSERT_GE(events.size(), 2u);
   EXPECT_EQ(events[0].eventType, 20);
   EXPECT_EQ(events[1].eventType, 23);
-  EXPECT_FALSE(
-      c->client->initialize(c->handler, ConnectorType::kLocalService, "again"));
+  EXPECT_FALSE(c->client->initialize(c->handler, ConnectorType::kLocalService, "again"));
   auto req = request(*c->client, 1, kDevices);
   auto resp = c->client->sendSyncRequest(req);
   ASSERT_TRUE(resp);
@@ -239,17 +231,15 @@ TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
   const auto lines = sim.recordLines();
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_EQ(lines[0], R"({"register":"tester","connectorType":1})");
-  EXPECT_EQ(
-      lines[1],
-      std::string(R"({"client":"tester","sync":true,"requestId":")") +
-          req->requestId + R"(","requestType":1,"payload":)" +
-          R"("{\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"},\"dfi\":[]}"})");
+  EXPECT_EQ(lines[1],
+            std::string(R"({"client":"tester","sync":true,"requestId":")") + req->requestId +
+                R"(","requestType":1,"payload":)" +
+                R"("{\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"},\"dfi\":[]}"})");
 }
 
 TEST(Connector, AsyncAnswersAndEmittedEventsReachTheHandler) {
-  orntest::Ornsim sim({"--respond", "418:{\"a\":1}:x", "--response-delay-ms",
-                       "20", "--emit", "77:0:", "--emit",
-                       "21:30:{\"k\":\"v:w\"}"});
+  orntest::Ornsim sim({"--respond", "418:{\"a\":1}:x", "--response-delay-ms", "20", "--emit",
+                       "77:0:", "--emit", "21:30:{\"k\":\"v:w\"}"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");
   ASSERT_TRUE(c);
@@ -261,8 +251,7 @@ TEST(Connector, AsyncAnswersAndEmittedEventsReachTheHandler) {
   EXPECT_EQ(resp.responseData, "{\"a\":1}:x");
   auto requests = sim.recordedRequests();
   ASSERT_EQ(requests.size(), 1u);
-  EXPECT_EQ(orntest::jsonStringMember(requests[0], "payload"),
-            "not json at all");
+  EXPECT_EQ(orntest::jsonStringMember(requests[0], "payload"), "not json at all");
   EXPECT_NE(requests[0].find("\"sync\":false"), std::string::npos);
   ASSERT_TRUE(c->handler->waitEvents(21) && c->handler->waitEvents(77));
   for (const auto& e : c->handler->events()) {
@@ -277,8 +266,7 @@ TEST(Connector, NoRegisterWithholdsOnlyTheRegisteredEvent) {
   ASSERT_TRUE(sim.ok()) << sim.error();
   useSocket(sim.socketPath());
   Connected c;
-  ASSERT_TRUE(
-      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   ASSERT_TRUE(c.handler->waitEvents(20));
   ASSERT_TRUE(sim.waitForRecordLines(1));
   // The service answers in order, so a response proves no event 23 is still on
@@ -327,8 +315,7 @@ TEST(Connector, DestroyingTheClientReleasesASyncRequestOnAnotherThread) {
   ASSERT_TRUE(c);
   ORNClient* client = c->client.get();
   std::shared_ptr<ORNResponse> resp = std::make_shared<ORNResponse>();
-  std::thread waiter(
-      [&] { resp = client->sendSyncRequest(request(*client, 1, kDevices)); });
+  std::thread waiter([&] { resp = client->sendSyncRequest(request(*client, 1, kDevices)); });
   ASSERT_TRUE(sim.waitForRecordLines(2));
   c->client.reset();
   waiter.join();
@@ -340,8 +327,7 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
   const std::string link = dir.file("service.sock");
   useSocket(link);
   Connected c;
-  ASSERT_TRUE(
-      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   for (int round = 1; round <= 2; ++round) {
     orntest::Ornsim sim;
     ASSERT_TRUE(sim.ok()) << sim.error();
@@ -351,8 +337,7 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
     ASSERT_EQ(symlink(sim.socketPath().c_str(), link.c_str()), 0);
     ASSERT_TRUE(c.handler->waitEvents(23, round)) << "round " << round;
     ASSERT_TRUE(sim.waitForRecordLines(1));
-    EXPECT_EQ(sim.recordLines()[0],
-              R"({"register":"tester","connectorType":1})");
+    EXPECT_EQ(sim.recordLines()[0], R"({"register":"tester","connectorType":1})");
   }
 }
 
@@ -364,8 +349,7 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
       {"JSON but no message", frame("[1,2,3]")},
       {"unknown kind", frame(R"({"kind":"shout"})")},
       {"client sends a response",
-       frame(
-           R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+       frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
   };
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -378,14 +362,11 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
   for (const auto& c : kCases) {
     int fd = rawConnect(sim.socketPath());
     ASSERT_GE(fd, 0) << c.name;
-    EXPECT_NE(readFrame(fd).find("\"eventType\":20"), std::string::npos)
-        << c.name;
+    EXPECT_NE(readFrame(fd).find("\"eventType\":20"), std::string::npos) << c.name;
     ASSERT_TRUE(sendAll(fd, c.bytes)) << c.name;
     EXPECT_TRUE(readsUntilClosed(fd)) << c.name;
     close(fd);
-    EXPECT_TRUE(
-        good->client->sendSyncRequest(request(*good->client, 1, kDevices)))
-        << c.name;
+    EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices))) << c.name;
   }
 }
 
@@ -396,15 +377,13 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
       {"not JSON", frame("{{{")},
       {"event without type", frame(R"({"kind":"event","payload":""})")},
       {"service sends a request",
-       frame(
-           R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
+       frame(R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
   };
   FakeService fake;
   ASSERT_TRUE(fake.ok());
   useSocket(fake.path());
   Connected c;
-  ASSERT_TRUE(
-      c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
+  ASSERT_TRUE(c.client->initialize(c.handler, ConnectorType::kLocalService, "tester"));
   for (const auto& k : kCases) {
     int fd = fake.accept();
     ASSERT_GE(fd, 0) << k.name;
@@ -415,10 +394,8 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
   // After all that, a well-behaved service still gets the registration.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
-  ASSERT_TRUE(
-      sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
-  EXPECT_EQ(readFrame(fd),
-            R"({"kind":"register","clientName":"tester","connectorType":1})");
+  ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
+  EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
   close(fd);
 }
 
@@ -439,11 +416,9 @@ TEST(Connector, SubscriptionsOutliveTheirConnectionAndSeeOthersChanges) {
   ASSERT_TRUE(later && actor);
   const char kGet[] = R"({"operation":"get","subscriptions":[]})";
   auto mine = later->client->sendSyncRequest(request(*later->client, 2, kGet));
-  auto theirs =
-      actor->client->sendSyncRequest(request(*actor->client, 2, kGet));
+  auto theirs = actor->client->sendSyncRequest(request(*actor->client, 2, kGet));
   ASSERT_TRUE(mine && theirs);
-  EXPECT_NE(mine->responseData.find("\"id\":\"group-downstairs\""),
-            std::string::npos);
+  EXPECT_NE(mine->responseData.find("\"id\":\"group-downstairs\""), std::string::npos);
   EXPECT_EQ(theirs->responseData, R"({"subscriptions":[]})");
   ASSERT_TRUE(actor->client->sendSyncRequest(request(
       *actor->client, 1,
@@ -463,8 +438,7 @@ TEST(Connector, HundredClientsAtOnce) {
   for (int i = 0; i < 100; ++i) {
     clients.push_back(std::make_unique<Connected>());
     ASSERT_TRUE(clients.back()->client->initialize(
-        clients.back()->handler, ConnectorType::kLocalService,
-        "client-" + std::to_string(i)));
+        clients.back()->handler, ConnectorType::kLocalService, "client-" + std::to_string(i)));
   }
   std::vector<std::string> ids;
   for (auto& c : clients) {
@@ -491,17 +465,15 @@ TEST(Connector, ServiceCutsOffAClientThatDoesNotRead) {
   // Each answer is about a kilobyte; 20000 unread answers overflow what ornsim
   // will queue.
   std::string burst;
-  const std::string one = frame(
-      std::string(
-          R"({"kind":"request","requestId":"x","requestType":1,"payload":")") +
-      R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}}"})");
+  const std::string one =
+      frame(std::string(R"({"kind":"request","requestId":"x","requestType":1,"payload":")") +
+            R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}}"})");
   for (int i = 0; i < 20000; ++i)
     burst += one;
   sendAll(fd, burst);  // may fail part-way once ornsim has cut us off
   EXPECT_TRUE(readsUntilClosed(fd));
   close(fd);
-  EXPECT_TRUE(
-      good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
+  EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
 }
 
 TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
@@ -523,9 +495,7 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
 // Throws from every callback after trying a sync request from inside it.
 class RudeHandler : public IORNEventHandler {
  public:
-  void onResponse(std::shared_ptr<ORNResponse>) override {
-    throw std::runtime_error("rude");
-  }
+  void onResponse(std::shared_ptr<ORNResponse>) override { throw std::runtime_error("rude"); }
   void onEvent(std::shared_ptr<ORNEvent> e) override {
     if (e->eventType == 23 && client != nullptr) {
       auto inner = client->sendSyncRequest(request(*client, 1, kDevices));
@@ -553,8 +523,8 @@ TEST(Connector, ThrowingAndReentrantHandlersDoNotBreakTheClient) {
   ASSERT_TRUE(client.initialize(handler, ConnectorType::kLocalService, "rude"));
   {
     std::unique_lock<std::mutex> lock(handler->mu);
-    ASSERT_TRUE(handler->cv.wait_until(lock, Clock::now() + kWait,
-                                       [&] { return handler->registered; }));
+    ASSERT_TRUE(
+        handler->cv.wait_until(lock, Clock::now() + kWait, [&] { return handler->registered; }));
     EXPECT_FALSE(handler->innerAnswered)
         << "a sync request on the callback thread must fail at once";
   }
@@ -566,16 +536,14 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   orntest::TempDir dir;
   const std::string home = dir.file("home.json");
   std::ofstream(home) << R"({"devices":[{"friendlyName":"x"}]})";
-  auto bad = orntest::runProcess(
-      orntest::ornsimPath(), {"--socket", dir.file("s.sock"), "--home", home});
+  auto bad =
+      orntest::runProcess(orntest::ornsimPath(), {"--socket", dir.file("s.sock"), "--home", home});
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_EQ(bad.out, "");
-  EXPECT_NE(bad.err.find("devices[0]: missing \"id\""), std::string::npos)
-      << bad.err;
+  EXPECT_NE(bad.err.find("devices[0]: missing \"id\""), std::string::npos) << bad.err;
   // A device list over the frame limit still gets an answer, an error one.
   std::ofstream(home, std::ios::trunc)
-      << R"({"devices":[{"id":"big","friendlyName":")"
-      << std::string(1100000, 'n') << R"("}]})";
+      << R"({"devices":[{"id":"big","friendlyName":")" << std::string(1100000, 'n') << R"("}]})";
   orntest::Ornsim sim({"--home", home});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");

@@ -22,9 +22,8 @@ const char kRegistered[] = "Event Type: 23\n";
 
 // The simulator's answer to every request unless a test says otherwise: a
 // device list, so that the device cache has something to offer.
-const char kDevices[] =
-    R"({"results":[{"id":"e1","externallyReportedId":"ep1","capabilities":)"
-    R"({"interfaces":["Corva.ColorController"]}},{"id":"e2"},7]})";
+const char kDevices[] = R"({"results":[{"id":"e1","externallyReportedId":"ep1","capabilities":)"
+                        R"({"interfaces":["Corva.ColorController"]}},{"id":"e2"},7]})";
 // A recorded request as "S" (sync) or "A" (async), its type, a blank and its
 // payload: the device cache's query, sent synchronously.
 const std::string kFetch =
@@ -104,9 +103,8 @@ std::string expand(std::string text) {
 void expectStart(const std::string& start) {
   static const std::regex kEventBlocks(
       "(\nReceived event:\nEvent Type: \\d+\nEvent Data: [^\n]*\n)*");
-  const std::string pieces[] = {
-      "Starting ORN Client utility...\nRunning in interactive mode\n",
-      "ORN Client utility! (Interactive)\n", kMenuLines, "cmd> "};
+  const std::string pieces[] = {"Starting ORN Client utility...\nRunning in interactive mode\n",
+                                "ORN Client utility! (Interactive)\n", kMenuLines, "cmd> "};
   std::string events = start;
   size_t at = 0;
   for (const std::string& piece : pieces) {
@@ -149,8 +147,7 @@ struct Session {
       rapidjson::Document doc;
       doc.Parse(line.c_str());
       if (doc.HasParseError() || !doc.IsObject() || !doc.HasMember("sync") ||
-          !doc["sync"].IsBool() || !doc.HasMember("requestType") ||
-          !doc["requestType"].IsInt()) {
+          !doc["sync"].IsBool() || !doc.HasMember("requestType") || !doc["requestType"].IsInt()) {
         ADD_FAILURE() << "bad record line " << line;
         continue;
       }
@@ -196,23 +193,24 @@ TEST(InteractiveMenu, ChoicesAndFallbacks) {
                   "Event Type: 21\n");
   ASSERT_TRUE(session.ok);
   session.cli.send("7\n-3\n\nabc\n-1\n 3\n4\n1\n 1\n1\n\n3\n-2");
-  EXPECT_EQ(session.finish(""),
-            expand("Error: Invalid Command.. Please try again!\n{MENU}"
-                   "Error: Invalid Command.. Please try again!\n{MENU}"
-                   "Error: Invalid Command.. Please try again!\n{MENU}"
-                   "{WARN}Error: Invalid Command.. Please try again!\n{MENU}"
-                   "{MENU}No response available\n{MENU}"
-                   "Last event:\nEvent Type: 21\nEvent Data: {\"n\":1}\n{MENU}"
-                   "{PAYLOAD}{SYNC}{MENU}{PAYLOAD}{SYNC}{MENU}"
-                   "Last response:\nRequest ID: <ID>\nResponse Code: 200\n"
-                   "Response Data: {DATA}\n{MENU}"));
+  EXPECT_EQ(session.finish(""), expand("Error: Invalid Command.. Please try again!\n{MENU}"
+                                       "Error: Invalid Command.. Please try again!\n{MENU}"
+                                       "Error: Invalid Command.. Please try again!\n{MENU}"
+                                       "{WARN}Error: Invalid Command.. Please try again!\n{MENU}"
+                                       "{MENU}No response available\n{MENU}"
+                                       "Last event:\nEvent Type: 21\nEvent Data: {\"n\":1}\n{MENU}"
+                                       "{PAYLOAD}{SYNC}{MENU}{PAYLOAD}{SYNC}{MENU}"
+                                       "Last response:\nRequest ID: <ID>\nResponse Code: 200\n"
+                                       "Response Data: {DATA}\n{MENU}"));
   EXPECT_EQ(session.requests, (std::vector<std::string>{"S1 ", "S1 "}));
 }
 
 TEST(InteractiveQfi, DialoguesBuildTheirRequests) {
   static const Script kCases[] = {
-      {"1\n1\n1\n1\n1\ng1\n0\n", "{PAYLOAD}{QFI}{POWER}{BATCH}Enter group ID : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST",)"
+      {"1\n1\n1\n1\n1\ng1\n0\n",
+       "{PAYLOAD}{QFI}{POWER}{BATCH}Enter group ID : {SYNC}{MENU}",
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST",)"
          R"("requestBody":{"groupId":"g1","directivePayload":{}}},"dfi":[]})"}}},
       // Bad interface -> power; "3 " is not "3" -> turn off; bad count -> one
       // endpoint.
@@ -220,38 +218,44 @@ TEST(InteractiveQfi, DialoguesBuildTheirRequests) {
        "{PAYLOAD}{QFI}{WARN}Invalid interface choice, defaulting to Power Control\n"
        "{POWER}{BATCH}{COUNT}{WARN}Invalid number of endpoints, defaulting to 1\n"
        "Enter endpoint ID 1 : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST",)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST",)"
          R"("requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{}}},"dfi":[]})"}}},
       // An out-of-menu number asks for a path and leaves the method unset.
       {"1\n1\n9\n/x\n0\n",
        "{PAYLOAD}{QFI}Invalid choice, using custom path input\nEnter QFI path : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/x","method":"UNKNOWN"},"dfi":[]})"}}},
+       {{"S1 "
+         R"({"qfi":{"path":"/x","method":"UNKNOWN"},"dfi":[]})"}}},
       // Ranges are advice: 150 goes out. Brightness paths have no trailing
       // slash.
       {"1\n1\n2\n1\n2\n2\na\nb\n150\n0\n",
        "{PAYLOAD}{QFI}{BRIGHTNESS}{BATCH}{COUNT}Enter endpoint ID 1 : Enter endpoint ID 2 : "
        "Enter brightness value (0-100) : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness",)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness",)"
          R"("method":"POST","requestBody":{"batch":[{"endpointId":"a"},{"endpointId":"b"}],)"
          R"("directivePayload":{"brightness":150}}},"dfi":[]})"}}},
       {"1\n1\n2\n2\n1\ng\nx\n0\n",
        "{PAYLOAD}{QFI}{BRIGHTNESS}{BATCH}Enter group ID : "
        "Enter brightness adjustment (-100 to 100) : {WARN}"
        "Invalid brightness delta, defaulting to 0\n{SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness",)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness",)"
          R"("method":"POST","requestBody":{"groupId":"g","directivePayload":)"
          R"({"brightnessDelta":0}}},"dfi":[]})"}}},
       // Colour values are read leniently: "half" is 0.0, without a message.
       {"1\n1\n3\n1\ng\n120\nhalf\n0.8\n0\n",
        "{PAYLOAD}{QFI}{BATCH}Enter group ID : Enter hue value (0-360) : "
        "Enter saturation value (0.0-1.0) : Enter brightness value (0.0-1.0) : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor","method":"POST",)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor","method":"POST",)"
          R"("requestBody":{"groupId":"g","directivePayload":{"color":{"hue":120.0,)"
          R"("saturation":0.0,"brightness":0.8}}}},"dfi":[]})"}}},
       {"1\n1\n4\n2\n0\n\n0\n",
        "{PAYLOAD}{QFI}{BATCH}{COUNT}Enter color temperature value (1000-10000 Kelvin) : "
        "Invalid color temperature, defaulting to 2700\n{SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/)"
          R"(setColorTemperature","method":"POST","requestBody":{"batch":[],)"
          R"("directivePayload":{"colorTemperatureInKelvin":2700}}},"dfi":[]})"}}},
       // Custom: an empty method answer is POST and asks for a body; "1" is GET
@@ -261,8 +265,10 @@ TEST(InteractiveQfi, DialoguesBuildTheirRequests) {
        "Enter method (1-2) : Enter custom request body (JSON format) : {SYNC}{MENU}"
        "{PAYLOAD}{QFI}Enter custom QFI path : Select method:\n1. GET\n2. POST\n"
        "Enter method (1-2) : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/x","method":"POST","requestBody":{"a":1}},"dfi":[]})"},
-        {"S1 " R"({"qfi":{"path":"/v2/y","method":"GET"},"dfi":[]})"}}},
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/x","method":"POST","requestBody":{"a":1}},"dfi":[]})"},
+        {"S1 "
+         R"({"qfi":{"path":"/v2/y","method":"GET"},"dfi":[]})"}}},
   };
   runScripts(std::begin(kCases), std::end(kCases));
 }
@@ -273,7 +279,8 @@ TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
       {"1\n2\n2\nent\nep\n2\n1\n80\n0\n",
        "{PAYLOAD}{DFI}{IDS}{ALLNS}1. SetBrightness\n2. AdjustBrightness\n"
        "Enter directive choice (1-2) : Enter brightness value (0-100) : {SYNC}{MENU}",
-       {{"S1 " R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController",)"
+       {{"S1 "
+         R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController",)"
          R"("name":"SetBrightness","payloadVersion":"3.0"},"endpoint":)"
          R"({"entityId":"ent","endpointId":"ep","friendlyName":""},)"
          R"("payload":{"brightness":80}}]})"}}},
@@ -286,7 +293,8 @@ TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
        "\nSelect directive name:\n1. SetColor\n"
        "Enter custom payload (JSON format) : {SYNC}{MENU}",
        {kFetch,
-        {"S1 " R"({"dfi":[{"header":{"namespace":"Corva.ColorController",)"
+        {"S1 "
+         R"({"dfi":[{"header":{"namespace":"Corva.ColorController",)"
          R"("name":"SetColor","payloadVersion":"3.0"},"endpoint":)"
          R"({"entityId":"e1","endpointId":"ep1","friendlyName":""},"payload":{}}]})"}}},
       // A device without interfaces is offered the whole table.
@@ -295,7 +303,8 @@ TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
        "1. GetDevices\nEnter directive choice (1) : "
        "Enter custom payload (JSON format) : {SYNC}{MENU}",
        {kFetch,
-        {"S1 " R"({"dfi":[{"header":{"namespace":"Tessel.DeviceManager",)"
+        {"S1 "
+         R"({"dfi":[{"header":{"namespace":"Tessel.DeviceManager",)"
          R"("name":"GetDevices","payloadVersion":"3.0"},"endpoint":)"
          R"({"entityId":"e2","endpointId":"","friendlyName":""}}]})"}}},
       {"1\n2\n1\n3\nent\nep\n4\nabc\n{\"k\":1}\n0\n",
@@ -304,14 +313,16 @@ TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
        "Enter directive choice (1-3) : {WARN}Enter custom payload (JSON format) : "
        "{SYNC}{MENU}",
        {kFetch,
-        {"S1 " R"({"dfi":[{"header":{"namespace":"Corva.ColorTemperatureController",)"
+        {"S1 "
+         R"({"dfi":[{"header":{"namespace":"Corva.ColorTemperatureController",)"
          R"("name":"SetColorTemperature","payloadVersion":"3.0"},"endpoint":)"
          R"({"entityId":"ent","endpointId":"ep","friendlyName":""},"payload":{"k":1}}]})"}}},
       // Both: the QFI part is asked first.
       {"1\n3\n1\n3\ne9\n2\nent\nep\n1\n1\n0\n",
        "{PAYLOAD}{QFI}{POWER}Enter endpoint ID : {DFI}{IDS}{ALLNS}"
        "1. TurnOn\n2. TurnOff\nEnter directive choice (1-2) : {SYNC}{MENU}",
-       {{"S1 " R"({"qfi":{"path":"/v2/endpoints/e9/features/power/","method":"GET"},)"
+       {{"S1 "
+         R"({"qfi":{"path":"/v2/endpoints/e9/features/power/","method":"GET"},)"
          R"("dfi":[{"header":{"namespace":"Corva.PowerController",)"
          R"("name":"TurnOn","payloadVersion":"3.0"},"endpoint":)"
          R"({"entityId":"ent","endpointId":"ep","friendlyName":""}}]})"}}},
@@ -324,15 +335,20 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
       {"1\n5\n3\ne1\npower\ny\n2\nent\nep\nLamp\n0\n",
        "{PAYLOAD}{STATE}{FEATURE}\nSelect latencyTolerance:\n1. HIGH\n2. LOW\n"
        "Enter choice (1-2) : {IDS}Enter friendly name : {SYNC}{MENU}",
-       {{"S3 " R"({"qfi":{"path":"/v2/endpoints/e1/features/power","method":"GET",)"
+       {{"S3 "
+         R"({"qfi":{"path":"/v2/endpoints/e1/features/power","method":"GET",)"
          R"("requestBody":{"latencyTolerance":"LOW"}},"dfi":[{"header":)"
          R"({"namespace":"Corva","name":"ReportState","payloadVersion":"3"},)"
          R"("endpoint":{"entityId":"ent","endpointId":"ep",)"
          R"("friendlyName":"Lamp"},"payload":{}}]})"}}},
-      {"1\n5\n1\ne1\nbrightness\nyes\n0\n", "{PAYLOAD}{STATE}{FEATURE}{SYNC}{MENU}",
-       {{"S3 " R"({"qfi":{"path":"/v2/endpoints/e1/features/brightness","method":"GET"},"dfi":[]})"}}},
-      {"1\n4\n3\n0\n", "{PAYLOAD}{SUBOP}{SYNC}{MENU}",
-       {{"S2 " R"({"operation":"get","subscriptions":[]})"}}},
+      {"1\n5\n1\ne1\nbrightness\nyes\n0\n",
+       "{PAYLOAD}{STATE}{FEATURE}{SYNC}{MENU}",
+       {{"S3 "
+         R"({"qfi":{"path":"/v2/endpoints/e1/features/brightness","method":"GET"},"dfi":[]})"}}},
+      {"1\n4\n3\n0\n",
+       "{PAYLOAD}{SUBOP}{SYNC}{MENU}",
+       {{"S2 "
+         R"({"operation":"get","subscriptions":[]})"}}},
       // Empty answers take the defaults: create, individual endpoints.
       {"1\n4\n\n\nx\ne1\n2\nN1\nn1\nN2\nn2\n0\n",
        "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : {WARN}"
@@ -340,18 +356,22 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
        "Enter endpoint ID(QFI-EntityId) : "
        "\nEnter number of event types for this subscription:  : "
        "\nEvent Type 1:\n{EVENT}\nEvent Type 2:\n{EVENT}{SYNC}{MENU}",
-       {{"S2 " R"({"operation":"create","subscriptions":[{"entities":)"
+       {{"S2 "
+         R"({"operation":"create","subscriptions":[{"entities":)"
          R"({"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":)"
          R"([{"namespace":"N1","name":"n1"},{"namespace":"N2","name":"n2"}]}]})"}}},
       {"1\n4\n2\n2\ng1\n\nN\nn\n0\n",
        "{PAYLOAD}{SUBOP}{TARGET}\nGroup Subscription:\nEnter group ID : "
        "\nEnter number of event types:  : Invalid number of event types, defaulting to 1\n"
        "\nEvent Type 1:\n{EVENT}{SYNC}{MENU}",
-       {{"S2 " R"({"operation":"delete","subscriptions":[{"entities":)"
+       {{"S2 "
+         R"({"operation":"delete","subscriptions":[{"entities":)"
          R"({"endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"N","name":"n"}]}]})"}}},
-      {"1\n4\n1\n1\n0\n0\n", "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : "
+      {"1\n4\n1\n1\n0\n0\n",
+       "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : "
        "{SYNC}{MENU}",
-       {{"S2 " R"({"operation":"create","subscriptions":[]})"}}},
+       {{"S2 "
+         R"({"operation":"create","subscriptions":[]})"}}},
   };
   runScripts(std::begin(kCases), std::end(kCases));
 }
@@ -417,7 +437,8 @@ TEST(InteractiveDfi, DeviceCacheFromHomeFile) {
   EXPECT_EQ(session.requests,
             (std::vector<std::string>{
                 kFetch,
-                {"S1 " R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":)"
+                {"S1 "
+                 R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":)"
                  R"("AdjustBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":)"
                  R"("lamp","endpointId":"ep-lamp","friendlyName":""},"payload":)"
                  R"({"brightnessDelta":-20}}]})"}}));

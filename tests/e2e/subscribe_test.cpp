@@ -21,8 +21,8 @@ using orntest::runOrncli;
 constexpr const char kPowerEvents[] = "Corva.Endpoint.Feature.Power:Property.PowerState.Change";
 
 std::string confirmation(const std::string& entityId, int code) {
-  return "{\"subscription_created\":\"" + entityId + "\",\"responseCode\":" +
-         std::to_string(code) + "}\n";
+  return "{\"subscription_created\":\"" + entityId + "\",\"responseCode\":" + std::to_string(code) +
+         "}\n";
 }
 
 std::string createPayload(const std::string& entityId, const std::string& nameSpace,
@@ -47,7 +47,8 @@ TEST(Subscribe, ListenPrintsStateChangesMadeByAnotherProcess) {
                                 orntest::clientEnv(sim.socketPath()));
   ASSERT_TRUE(listener.started()) << listener.err();
   ASSERT_TRUE(listener.waitForErr("\n")) << listener.err();
-  ASSERT_EQ(0u, listener.err().find("{\"subscription_created\":\"" + device + "\",\"responseCode\":"))
+  ASSERT_EQ(0u,
+            listener.err().find("{\"subscription_created\":\"" + device + "\",\"responseCode\":"))
       << listener.err();
 
   const orntest::RunResult change =
@@ -70,8 +71,8 @@ TEST(Subscribe, ListenPrintsStateChangesMadeByAnotherProcess) {
 
 TEST(Subscribe, ListenPrintsOnlyStateChangeEventsRaw) {
   // Spaced out so that each event is taken before the next one replaces it.
-  Ornsim sim({"--respond", "201:{}", "--emit", R"(21:200:{"a":1})", "--emit",
-              R"(22:500:{"b":2})", "--emit", "21:800:", "--emit", "23:1100:{}"});
+  Ornsim sim({"--respond", "201:{}", "--emit", R"(21:200:{"a":1})", "--emit", R"(22:500:{"b":2})",
+              "--emit", "21:800:", "--emit", "23:1100:{}"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   const orntest::RunResult run = runOrncli(
       sim.socketPath(), {"subscribe", "listen", "--create", "eid1:ns:n", "--timeout", "3"});
@@ -88,13 +89,14 @@ TEST(Subscribe, ListenEndsByBrokenPipeWhenItsReaderGoes) {
   ASSERT_TRUE(sim.ok()) << sim.error();
   orntest::RunOptions options;
   options.env = orntest::clientEnv(sim.socketPath());
-  const orntest::RunResult run = orntest::runProcess(
-      "/bin/sh",
-      {"-c",
-       "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; echo \"status $?\" >&2; }"
-       " | head -n 1",
-       "sh", orntest::orncliPath()},
-      options);
+  const orntest::RunResult run =
+      orntest::runProcess("/bin/sh",
+                          {"-c",
+                           "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; "
+                           "echo \"status $?\" >&2; }"
+                           " | head -n 1",
+                           "sh", orntest::orncliPath()},
+                          options);
   EXPECT_EQ("{\"eventType\":21,\"payload\":{}}\n", run.out);
   // The default disposition of SIGPIPE ends the listener (128 + 13), as with any tool.
   EXPECT_EQ("status 141\n", run.err);
@@ -197,8 +199,8 @@ TEST(Subscribe, UnconfirmedSubscriptionEndsListen) {
   Ornsim sim({"--response-delay-ms", "1000"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   const orntest::RunResult run = runOrncli(
-      sim.socketPath(), {"subscribe", "listen", "--create", "e:ns:n", "--create", "f:ns:n",
-                         "--timeout", "0"});
+      sim.socketPath(),
+      {"subscribe", "listen", "--create", "e:ns:n", "--create", "f:ns:n", "--timeout", "0"});
   EXPECT_EQ(2, run.exitCode);
   EXPECT_EQ("", run.out);
   EXPECT_EQ(errorLine("request_failed", "Failed to create subscription for e:ns:n"), run.err);

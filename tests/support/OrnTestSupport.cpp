@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <rapidjson/document.h>
 #include <signal.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
@@ -16,8 +17,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include <rapidjson/document.h>
-
 extern char** environ;
 
 namespace orntest {
@@ -25,7 +24,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int pidfdOpen(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
+int pidfdOpen(pid_t pid) {
+  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
 
 int msLeft(Clock::time_point deadline) {
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -55,7 +56,9 @@ int reap(pid_t pid, Clock::time_point deadline, bool* killed) {
   return status;
 }
 
-int exitCodeOf(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+int exitCodeOf(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 struct Child {
   pid_t pid = -1;
@@ -182,7 +185,9 @@ Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
   }
 }
 
-Ornsim::~Ornsim() { stop(); }
+Ornsim::~Ornsim() {
+  stop();
+}
 
 int Ornsim::stop() {
   if (pid_ <= 0)
@@ -194,7 +199,9 @@ int Ornsim::stop() {
   return killed ? -1 : exitCodeOf(status);
 }
 
-std::vector<std::string> Ornsim::recordLines() const { return readLines(record_); }
+std::vector<std::string> Ornsim::recordLines() const {
+  return readLines(record_);
+}
 
 bool Ornsim::waitForRecordLines(size_t count, std::chrono::milliseconds timeout) const {
   auto deadline = Clock::now() + timeout;
@@ -283,9 +290,8 @@ bool LiveProcess::pump(Clock::time_point deadline) {
     close(in_);
     in_ = -1;
   }
-  pollfd fds[3] = {{outFd_, POLLIN, 0},
-                   {errFd_, POLLIN, 0},
-                   {pendingIn_.empty() ? -1 : in_, POLLOUT, 0}};
+  pollfd fds[3] = {
+      {outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}, {pendingIn_.empty() ? -1 : in_, POLLOUT, 0}};
   int ready = poll(fds, 3, msLeft(deadline));
   if (ready < 0)
     return errno == EINTR;
@@ -359,8 +365,12 @@ RunResult runOrncli(const std::string& socketPath, const std::vector<std::string
   return runProcess(orncliPath(), args, options);
 }
 
-std::string ornsimPath() { return ORN_ORNSIM_PATH; }
-std::string orncliPath() { return ORN_ORNCLI_PATH; }
+std::string ornsimPath() {
+  return ORN_ORNSIM_PATH;
+}
+std::string orncliPath() {
+  return ORN_ORNCLI_PATH;
+}
 
 std::string jsonStringMember(const std::string& jsonLine, const std::string& key) {
   rapidjson::Document doc;

@@ -69,9 +69,9 @@ struct RunResult {
 };
 
 struct RunOptions {
-  std::string stdinText;       // written to the child's stdin, which is then closed
-  bool closeStdin = true;      // false: stdin stays open (never at EOF) until the child ends
-  std::map<std::string, std::string> env;  // added to (or overriding) the environment
+  std::string stdinText;   // written to the child's stdin, which is then closed
+  bool closeStdin = true;  // false: stdin stays open (never at EOF) until the child ends
+  std::map<std::string, std::string> env;    // added to (or overriding) the environment
   std::chrono::milliseconds timeout{30000};  // the child is killed after this
 };
 

@@ -39,8 +39,7 @@ class ORNClient {
   // Blocks until the matching response, a lost connection, or the library's
   // time limit (kSyncRequestTimeout); empty on failure. Fails at once when not
   // connected.
-  std::shared_ptr<api::ORNResponse> sendSyncRequest(
-      std::shared_ptr<api::ORNRequest> request);
+  std::shared_ptr<api::ORNResponse> sendSyncRequest(std::shared_ptr<api::ORNRequest> request);
 
   // False when the request cannot be handed to the transport (e.g. not
   // connected).

@@ -105,8 +105,8 @@ class ORNClient::Impl {
   uint64_t salt_ = 0;
 };
 
-bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler,
-                            ConnectorType type, const std::string& name) {
+bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
+                            const std::string& name) {
   if (!handler || io_.joinable())
     return false;
   handler_ = std::move(handler);
@@ -188,9 +188,8 @@ void ORNClient::Impl::run() {
       std::lock_guard<std::mutex> lock(mu_);
       wantWrite = !outbox_.empty();
     }
-    pollfd fds[2] = {
-        {wakeFd_, POLLIN, 0},
-        {fd_, static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0)), 0}};
+    pollfd fds[2] = {{wakeFd_, POLLIN, 0},
+                     {fd_, static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0)), 0}};
     if (poll(fds, 2, -1) < 0) {
       if (errno == EINTR)
         continue;
@@ -275,8 +274,7 @@ bool ORNClient::Impl::readAvailable() {
 bool ORNClient::Impl::writeAvailable() {
   std::lock_guard<std::mutex> lock(mu_);
   while (!outbox_.empty()) {
-    ssize_t n =
-        send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t n = send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n < 0) {
       if (errno == EINTR)
         continue;
@@ -361,8 +359,7 @@ bool ORNClient::Impl::enqueueLocked(const Message& m) {
   return true;
 }
 
-std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(
-    const api::ORNRequest& request) {
+std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(const api::ORNRequest& request) {
   // Waiting on the I/O thread itself could never see the answer.
   if (tlsIoThreadOf == this)
     return nullptr;
@@ -377,8 +374,7 @@ std::shared_ptr<api::ORNResponse> ORNClient::Impl::sendSync(
   if (!connected_ || pending_.count(m.id) != 0 || !enqueueLocked(m))
     return nullptr;
   pending_[m.id] = wait;
-  syncCv_.wait_until(lock, Clock::now() + syncTimeout_,
-                     [&] { return wait->done || stopping_; });
+  syncCv_.wait_until(lock, Clock::now() + syncTimeout_, [&] { return wait->done || stopping_; });
   pending_.erase(m.id);
   if (!wait->done && connected_)
     abandoned_.insert(m.id);
@@ -408,8 +404,7 @@ ORNClient::Impl::Impl() {
 std::string ORNClient::Impl::nextId() {
   char buf[64];
   snprintf(buf, sizeof(buf), "%ld-%08x-%llu", static_cast<long>(getpid()),
-           static_cast<unsigned>(salt_ & 0xffffffffu),
-           static_cast<unsigned long long>(++counter_));
+           static_cast<unsigned>(salt_ & 0xffffffffu), static_cast<unsigned long long>(++counter_));
   return buf;
 }
 
@@ -417,8 +412,8 @@ ORNClient::ORNClient() : impl_(new Impl) {}
 
 ORNClient::~ORNClient() = default;
 
-bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler,
-                           ConnectorType type, const std::string& clientName) {
+bool ORNClient::initialize(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
+                           const std::string& clientName) {
   return impl_->start(std::move(handler), type, clientName);
 }
 

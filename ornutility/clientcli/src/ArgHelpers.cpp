@@ -61,8 +61,7 @@ std::vector<std::string> splitByComma(const std::string& text) {
   return pieces;
 }
 
-std::vector<std::pair<std::string, std::string>> parseEventPairs(
-    const std::string& text) {
+std::vector<std::pair<std::string, std::string>> parseEventPairs(const std::string& text) {
   std::vector<std::pair<std::string, std::string>> pairs;
   for (const std::string& piece : splitByComma(text)) {
     size_t colon = piece.find(':');
@@ -85,8 +84,7 @@ bool safeStoi(const std::string& input, int& out, int def) {
   char* end = nullptr;
   long value = std::strtol(trimmed.c_str(), &end, 10);
   if (end != trimmed.c_str() + trimmed.size()) {
-    std::cout << "Warning: Invalid characters in input, using default value"
-              << std::endl;
+    std::cout << "Warning: Invalid characters in input, using default value" << std::endl;
     out = def;
     return false;
   }

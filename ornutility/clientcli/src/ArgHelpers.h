@@ -18,8 +18,7 @@ std::vector<std::string> findAllFlags(int argc, char** argv, const char* name);
 // "a,,b" -> a,"",b; ",a" -> "",a; "a," -> a (a trailing comma adds nothing).
 std::vector<std::string> splitByComma(const std::string& text);
 // "ns:name" pieces split at their first ':'; pieces without one are dropped.
-std::vector<std::pair<std::string, std::string>> parseEventPairs(
-    const std::string& text);
+std::vector<std::pair<std::string, std::string>> parseEventPairs(const std::string& text);
 // Whole-input base-10 integer after trimming blanks. Returns false with out =
 // def when empty (silently) or when junk follows (after a warning on stdout).
 // Saturates to int.

@@ -65,15 +65,8 @@ TEST(ArgHelpers, SplitByCommaKeepsLeadingButNotTrailingEmpties) {
     const char* input;
     const char* want;
   } kCases[] = {
-      {"", ""},
-      {"a", "[a]"},
-      {"a,b", "[a][b]"},
-      {"a,,b", "[a][][b]"},
-      {",a", "[][a]"},
-      {"a,", "[a]"},
-      {",", "[]"},
-      {",,", "[][]"},
-      {" a , b ", "[ a ][ b ]"},
+      {"", ""},      {"a", "[a]"}, {"a,b", "[a][b]"}, {"a,,b", "[a][][b]"},      {",a", "[][a]"},
+      {"a,", "[a]"}, {",", "[]"},  {",,", "[][]"},    {" a , b ", "[ a ][ b ]"},
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(c.want, join(splitByComma(c.input))) << c.input;
@@ -103,8 +96,7 @@ TEST(ArgHelpers, ParseEventPairsSplitsAtFirstColon) {
 }
 
 TEST(ArgHelpers, SafeStoiTrimsAndWarns) {
-  static const std::string kWarning =
-      "Warning: Invalid characters in input, using default value\n";
+  static const std::string kWarning = "Warning: Invalid characters in input, using default value\n";
   static const struct {
     std::string input;
     bool ok;

@@ -155,7 +155,9 @@ OUTPUT:
     {"eventType":N,"payload":"..."}
 )USAGE";
 
-void printUsage() { writeLine(kUsageText); }
+void printUsage() {
+  writeLine(kUsageText);
+}
 
 bool isValueFlag(const std::string& arg) {
   return arg == "--timeout" || arg == "--connect-timeout";

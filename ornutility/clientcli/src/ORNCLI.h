@@ -40,9 +40,8 @@ void displayDeviceList(const std::vector<CachedDevice>& devices);
 
 // ORNCLI_qfiPrompts.cpp: asks for a group id or a list of endpoint ids and sets
 // "groupId" or "batch" on the body.
-void promptBatchEndpointsOrGroup(
-    zedLocalUtil::jsonUtil::JsonDocBuilder& doc,
-    const std::function<std::string(const std::string&)>& nextArg);
+void promptBatchEndpointsOrGroup(zedLocalUtil::jsonUtil::JsonDocBuilder& doc,
+                                 const std::function<std::string(const std::string&)>& nextArg);
 
 class ORNCLI {
  public:
@@ -71,8 +70,8 @@ class ORNCLI {
  private:
   // ORNCLI_session.cpp
   bool initConnection(int connectTimeoutSeconds);
-  std::shared_ptr<ORNResponse> sendAndWait(std::shared_ptr<ORNRequest> request,
-                                           int timeoutSeconds, bool sync);
+  std::shared_ptr<ORNResponse> sendAndWait(std::shared_ptr<ORNRequest> request, int timeoutSeconds,
+                                           bool sync);
 
   // ORNCLI_devices.cpp
   int handleDevices(int argc, char** argv, bool sync, int timeoutSeconds);
@@ -107,8 +106,7 @@ class ORNCLI {
   int handleQfi(int argc, char** argv, bool sync, int timeoutSeconds);
   std::shared_ptr<ORNRequest> buildDfiRequest(const std::string& entity,
                                               const std::string& endpoint,
-                                              const std::string& nameSpace,
-                                              const std::string& name,
+                                              const std::string& nameSpace, const std::string& name,
                                               const std::string& payload);
   std::shared_ptr<ORNRequest> buildQfiRequest(const std::string& path, const std::string& method,
                                               const std::string& body);

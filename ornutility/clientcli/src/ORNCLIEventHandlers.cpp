@@ -85,9 +85,8 @@ void ORNCLIInteractiveEventHandler::onResponse(std::shared_ptr<ORNResponse> resp
     return;
   }
   // One write for the whole block, so the menu thread's output cannot split it.
-  writeLine("\nReceived async response:\nRequest ID: " + response->requestId +
-            "\nResponse Code: " + std::to_string(response->responseCode) +
-            "\nResponse Data: " + response->responseData);
+  writeLine("\nReceived async response:\nRequest ID: " + response->requestId + "\nResponse Code: " +
+            std::to_string(response->responseCode) + "\nResponse Data: " + response->responseData);
 }
 
 void ORNCLIInteractiveEventHandler::onEvent(std::shared_ptr<ORNEvent> event) noexcept {

@@ -1,4 +1,5 @@
-// Helpers shared by the ORNCLI_*.cpp files only; not part of the tool's interface.
+// Helpers shared by the ORNCLI_*.cpp files only; not part of the tool's
+// interface.
 #pragma once
 
 #include <android/log.h>
@@ -27,33 +28,41 @@ constexpr const char* kReachableFilterKey = "filterExpression";
 constexpr const char* kReachableFilterValue =
     "features[name:connectivity].properties[name:reachability].value.value=OK";
 
+// The connector type both modes register with. Written as its number, so the
+// tool builds against any connector library whatever it names the enumerator.
+constexpr ornConnector::ConnectorType kConnectorType = static_cast<ornConnector::ConnectorType>(1);
+
 // Client identities given to ORNClient::initialize.
 constexpr const char* kOneShotClientName = "ORNCLI-cmd";
 constexpr const char* kInteractiveClientName = "ORNCLI";
 
-// Writes text and a newline to stdout in one piece and flushes, so that output printed
-// meanwhile by the connector's threads cannot land inside the line (ORNCLI_input.cpp).
+// Writes text and a newline to stdout in one piece and flushes, so that output
+// printed meanwhile by the connector's threads cannot land inside the line
+// (ORNCLI_input.cpp).
 void writeLine(const std::string& text);
 
-// The RequestPayload text of the reachable-devices query, as the devices subcommand sends
-// it (ORNCLI_deviceCache.cpp).
+// The RequestPayload text of the reachable-devices query, as the devices
+// subcommand sends it (ORNCLI_deviceCache.cpp).
 std::string reachableDevicesPayload();
 
-// Request types of the envelope: RequestPayload text, raw subscription text, state.
+// Request types of the envelope: RequestPayload text, raw subscription text,
+// state.
 constexpr int32_t kPayloadRequestType = 1;
 constexpr int32_t kSubscriptionRequestType = 2;
 constexpr int32_t kStateRequestType = 3;
 
-// A builder with a fresh request id from client (none without a client) and the type.
+// A builder with a fresh request id from client (none without a client) and the
+// type.
 ornConnector::api::ORNRequestBuilder newRequestBuilder(ORNClient* client, int32_t requestType);
 
-// Sets "directivePayload", filled by fill, as the body's last member and returns the
-// body's text ("" when it cannot be written).
-std::string finishDirectiveBody(zedLocalUtil::jsonUtil::JsonDocBuilder& body,
-                                const std::function<void(zedLocalUtil::jsonUtil::JsonValueBuilder&)>& fill);
+// Sets "directivePayload", filled by fill, as the body's last member and
+// returns the body's text ("" when it cannot be written).
+std::string finishDirectiveBody(
+    zedLocalUtil::jsonUtil::JsonDocBuilder& body,
+    const std::function<void(zedLocalUtil::jsonUtil::JsonValueBuilder&)>& fill);
 
-// The values of required options, looked up all first, and the first one left empty
-// (nullptr when every option was given).
+// The values of required options, looked up all first, and the first one left
+// empty (nullptr when every option was given).
 struct RequiredOptions {
   std::vector<std::string> values;
   const char* missing = nullptr;
@@ -63,15 +72,16 @@ RequiredOptions findRequired(int argc, char** argv, std::initializer_list<const 
 // Writes a subcommand's help text and a newline on stdout; returns code.
 int printHelp(const char* text, int code);
 
-// The end of every one-shot handler: prints the response and returns 0, or reports
-// "request_failed" with the failure message and returns 2.
+// The end of every one-shot handler: prints the response and returns 0, or
+// reports "request_failed" with the failure message and returns 2.
 int finishRequest(ORNCLI& cli, const std::shared_ptr<ORNResponse>& response,
                   const std::string& failure);
 
 }  // namespace ornUtility
 }  // namespace ornwick
 
-// An error record in the tool's fixed format: "{#<line>:<path>}Err : <message>".
-#define ORNCLI_LOG_ERROR(path, fmt, ...) \
-  __android_log_print(ANDROID_LOG_ERROR, ::ornwick::ornUtility::kLogTag, \
-                      "{#%d:%s}Err : " fmt, __LINE__, path, ##__VA_ARGS__)
+// An error record in the tool's fixed format: "{#<line>:<path>}Err :
+// <message>".
+#define ORNCLI_LOG_ERROR(path, fmt, ...)                                                       \
+  __android_log_print(ANDROID_LOG_ERROR, ::ornwick::ornUtility::kLogTag, "{#%d:%s}Err : " fmt, \
+                      __LINE__, path, ##__VA_ARGS__)

@@ -59,8 +59,7 @@ CachedDevice parseDevice(const JsonValue& element) {
 }  // namespace
 
 std::string reachableDevicesPayload() {
-  QfiPath path =
-      QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
+  QfiPath path = QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
   RequestPayload payload;
   payload.qfi = QFIRequest::fromPath(path, QFIRequest::GET, "");
   return payload.toJsonString();

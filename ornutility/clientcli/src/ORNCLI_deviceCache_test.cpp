@@ -43,8 +43,7 @@ TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
       {R"({"results":[{"id":7,"externallyReportedId":null}]})", "||;"},
       {R"({"results":[{"id":"a","capabilities":[]}]})", "a||;"},
       {R"({"results":[{"id":"a","capabilities":{"interfaces":"x"}}]})", "a||;"},
-      {R"({"results":[{"id":"a","capabilities":{"interfaces":[1,"p",null,{},"q"]}}]})",
-       "a||p,q;"},
+      {R"({"results":[{"id":"a","capabilities":{"interfaces":[1,"p",null,{},"q"]}}]})", "a||p,q;"},
       // Non-object elements are skipped; order is kept.
       {R"({"results":[1,"x",null,{"id":"a"},[],{"id":"b"}]})", "a||;b||;"},
   };
@@ -58,8 +57,7 @@ TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
 TEST(DeviceCache, DeepNestingIsNoDeviceNotACrash) {
   const size_t depth = 200000;
   const std::string nested = std::string(depth, '[') + std::string(depth, ']');
-  EXPECT_EQ(describe(parseLocalDevices("{\"results\":[" + nested + ",{\"id\":\"a\"}]}")),
-            "a||;");
+  EXPECT_EQ(describe(parseLocalDevices("{\"results\":[" + nested + ",{\"id\":\"a\"}]}")), "a||;");
 }
 
 }  // namespace

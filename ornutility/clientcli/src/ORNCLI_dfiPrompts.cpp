@@ -52,8 +52,7 @@ const struct {
      "DecreaseColorTemperature",
      "Enter directive choice (1-3)",
      DirectiveAnswer::kNumber,
-     {"SetColorTemperature", "IncreaseColorTemperature",
-      "DecreaseColorTemperature"}},
+     {"SetColorTemperature", "IncreaseColorTemperature", "DecreaseColorTemperature"}},
     {kDeviceManagerNamespace,
      "1. GetDevices",
      "Enter directive choice (1)",
@@ -63,18 +62,15 @@ const struct {
 
 // The namespaces to offer: the whole table without a device, else the device's
 // ones in table order, with the device manager always last.
-std::vector<std::string> namespaceOptions(
-    const std::vector<std::string>& deviceNamespaces) {
+std::vector<std::string> namespaceOptions(const std::vector<std::string>& deviceNamespaces) {
   std::vector<std::string> options;
   for (const auto& entry : kNamespaces) {
-    if (deviceNamespaces.empty() ||
-        std::find(deviceNamespaces.begin(), deviceNamespaces.end(),
-                  entry.nameSpace) != deviceNamespaces.end()) {
+    if (deviceNamespaces.empty() || std::find(deviceNamespaces.begin(), deviceNamespaces.end(),
+                                              entry.nameSpace) != deviceNamespaces.end()) {
       options.emplace_back(entry.nameSpace);
     }
   }
-  if (std::find(options.begin(), options.end(), kDeviceManagerNamespace) ==
-      options.end()) {
+  if (std::find(options.begin(), options.end(), kDeviceManagerNamespace) == options.end()) {
     options.emplace_back(kDeviceManagerNamespace);
   }
   return options;
@@ -95,12 +91,10 @@ std::shared_ptr<DFIRequest> ORNCLI::promptDfiRequest() {
       writeLine("Falling back to manual input");
     } else {
       int number = 0;
-      const bool parsed =
-          safeStoi(nextArgRequired("Select device number (1-" +
-                                   std::to_string(devices.size()) + ")"),
-                   number, 0);
-      if (!parsed || number < 1 ||
-          static_cast<size_t>(number) > devices.size()) {
+      const bool parsed = safeStoi(
+          nextArgRequired("Select device number (1-" + std::to_string(devices.size()) + ")"),
+          number, 0);
+      if (!parsed || number < 1 || static_cast<size_t>(number) > devices.size()) {
         writeLine("Invalid selection, falling back to manual input");
       } else {
         const CachedDevice& device = devices[number - 1];
@@ -123,9 +117,8 @@ std::shared_ptr<DFIRequest> ORNCLI::promptDfiRequest() {
   return request;
 }
 
-void ORNCLI::promptDfiNamespaceAndDirective(
-    std::shared_ptr<DFIRequest> request,
-    const std::vector<std::string>& deviceNamespaces) {
+void ORNCLI::promptDfiNamespaceAndDirective(std::shared_ptr<DFIRequest> request,
+                                            const std::vector<std::string>& deviceNamespaces) {
   const std::vector<std::string> options = namespaceOptions(deviceNamespaces);
   std::string menu = "\nSelect DFI namespace:";
   for (size_t i = 0; i < options.size(); ++i) {
@@ -134,8 +127,7 @@ void ORNCLI::promptDfiNamespaceAndDirective(
   writeLine(menu);
   int choice = 1;
   const bool parsed =
-      safeStoi(nextArgRequired("Enter namespace choice (1-" +
-                               std::to_string(options.size()) + ")"),
+      safeStoi(nextArgRequired("Enter namespace choice (1-" + std::to_string(options.size()) + ")"),
                choice, 1);
   if (!parsed || choice < 1 || static_cast<size_t>(choice) > options.size()) {
     writeLine("Invalid namespace choice, defaulting to first option");
@@ -149,8 +141,7 @@ void ORNCLI::promptDfiNamespaceAndDirective(
       continue;
     }
     writeLine(entry.menu);
-    const std::string answer =
-        entry.prompt != nullptr ? nextArgRequired(entry.prompt) : "";
+    const std::string answer = entry.prompt != nullptr ? nextArgRequired(entry.prompt) : "";
     // No directive answer is ever reported as invalid.
     switch (entry.answer) {
       case DirectiveAnswer::kFirstIfOne:
@@ -159,8 +150,7 @@ void ORNCLI::promptDfiNamespaceAndDirective(
       case DirectiveAnswer::kNumber: {
         int number = 1;
         safeStoi(answer, number, 1);
-        request->name =
-            entry.names[number == 2 || number == 3 ? number - 1 : 0];
+        request->name = entry.names[number == 2 || number == 3 ? number - 1 : 0];
         break;
       }
       case DirectiveAnswer::kFixed:
@@ -180,13 +170,11 @@ void ORNCLI::promptDfiPayload(std::shared_ptr<DFIRequest> request) {
   // gives a payload that is not JSON.
   if (request->nameSpace == kBrightnessNamespace) {
     if (request->name == "SetBrightness") {
-      request->payload = "{\"brightness\": " +
-                         nextArgRequired("Enter brightness value (0-100)") +
-                         "}";
+      request->payload =
+          "{\"brightness\": " + nextArgRequired("Enter brightness value (0-100)") + "}";
     } else {
       request->payload =
-          "{\"brightnessDelta\": " +
-          nextArgRequired("Enter brightness delta (-100 to 100)") + "}";
+          "{\"brightnessDelta\": " + nextArgRequired("Enter brightness delta (-100 to 100)") + "}";
     }
     return;
   }

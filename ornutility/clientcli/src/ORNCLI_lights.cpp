@@ -148,10 +148,9 @@ int ORNCLI::handleBrightness(int argc, char** argv, bool sync, int timeoutSecond
   // Deliberate: the documented ranges are not enforced; the service judges the value.
   int number = 0;
   if (!safeStoi(text, number, 0)) {
-    return printError("invalid_argument",
-                      std::string(set ? "Invalid brightness value: " : "Invalid brightness delta: ") +
-                          text,
-                      1);
+    return printError(
+        "invalid_argument",
+        std::string(set ? "Invalid brightness value: " : "Invalid brightness delta: ") + text, 1);
   }
   return finishRequest(*this,
                        sendAndWait(buildBrightnessRequest(action, splitByComma(endpoints), number),

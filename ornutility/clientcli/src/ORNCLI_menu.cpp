@@ -28,8 +28,7 @@ constexpr int kSendAsync = 2;
 constexpr int kShowLastResponse = 3;
 constexpr int kShowLastEvent = 4;
 
-constexpr const char kInvalidCommand[] =
-    "Error: Invalid Command.. Please try again!";
+constexpr const char kInvalidCommand[] = "Error: Invalid Command.. Please try again!";
 
 constexpr const char kPayloadMenu[] =
     "Select payload type:\n"
@@ -69,8 +68,7 @@ void ORNCLI::showUsage() const {
 void ORNCLI::run() {
   interactiveHandler_ = std::make_shared<ORNCLIInteractiveEventHandler>();
   interactiveClient_ = std::make_shared<ORNClient>();
-  if (!interactiveClient_->initialize(interactiveHandler_,
-                                      ConnectorType::kLocalService,
+  if (!interactiveClient_->initialize(interactiveHandler_, kConnectorType,
                                       kInteractiveClientName)) {
     ORNCLI_LOG_ERROR(kCliSourcePath, "Failed to initialize ORN client");
     writeLine("Failed to initialize ORN client");
@@ -110,8 +108,7 @@ bool ORNCLI::handleCommand(int id) {
         // Replaced even by a failure: "Show Last Response" is never stale.
         lastResponse_ = interactiveClient_->sendSyncRequest(request);
         if (lastResponse_) {
-          writeLine("Sync response received:\n" +
-                    responseLines(*lastResponse_));
+          writeLine("Sync response received:\n" + responseLines(*lastResponse_));
         } else {
           writeLine("Failed to send sync request");
         }
@@ -133,9 +130,8 @@ bool ORNCLI::handleCommand(int id) {
     case kShowLastEvent: {
       std::shared_ptr<ORNEvent> event = interactiveHandler_->lastEvent();
       if (event) {
-        writeLine(
-            "Last event:\nEvent Type: " + std::to_string(event->eventType) +
-            "\nEvent Data: " + event->payload);
+        writeLine("Last event:\nEvent Type: " + std::to_string(event->eventType) +
+                  "\nEvent Data: " + event->payload);
       } else {
         writeLine("No event available");
       }

@@ -29,16 +29,14 @@ int promptCount(ORNCLI& cli, const char* label, const char* invalidMessage) {
   return count;
 }
 
-void promptEventTypes(ORNCLI& cli, SubscriptionBuilder& subscription,
-                      const char* label) {
-  const int count =
-      promptCount(cli, label, "Invalid number of event types, defaulting to 1");
+void promptEventTypes(ORNCLI& cli, SubscriptionBuilder& subscription, const char* label) {
+  const int count = promptCount(cli, label, "Invalid number of event types, defaulting to 1");
   for (long long j = 1; j <= count; ++j) {
     writeLine("\nEvent Type " + std::to_string(j) + ":");
-    const std::string ns = cli.nextArgRequired(
-        "Enter event namespace (e.g., Corva.Endpoint.Feature.Power)");
-    const std::string name = cli.nextArgRequired(
-        "Enter event name (e.g., Property.PowerState.Change)");
+    const std::string ns =
+        cli.nextArgRequired("Enter event namespace (e.g., Corva.Endpoint.Feature.Power)");
+    const std::string name =
+        cli.nextArgRequired("Enter event name (e.g., Property.PowerState.Change)");
     subscription.withEventType(ns, name);
   }
 }
@@ -56,8 +54,8 @@ void ORNCLI::promptStateQueryRequest(std::shared_ptr<ORNRequest> request) {
   if (choice == "1" || choice == "3") {
     auto qfi = std::make_shared<QFIRequest>();
     const std::string endpoint = nextArgRequired("Enter endpoint ID");
-    const std::string feature = nextArgRequired(
-        "Enter feature (e.g., power, brightness, colorTemperature)");
+    const std::string feature =
+        nextArgRequired("Enter feature (e.g., power, brightness, colorTemperature)");
     // Deliberate: no trailing slash, unlike the other feature paths.
     qfi->path = "/v2/endpoints/" + endpoint + "/features/" + feature;
     qfi->method = QFIRequest::GET;
@@ -65,8 +63,7 @@ void ORNCLI::promptStateQueryRequest(std::shared_ptr<ORNRequest> request) {
     const std::string add = nextArgRequired("");
     if (add == "y" || add == "Y") {
       writeLine("\nSelect latencyTolerance:\n1. HIGH\n2. LOW");
-      const char* latency =
-          nextArgRequired("Enter choice (1-2)") == "2" ? "LOW" : "HIGH";
+      const char* latency = nextArgRequired("Enter choice (1-2)") == "2" ? "LOW" : "HIGH";
       JsonDocBuilder body;
       body.set("latencyTolerance", latency);
       qfi->requestBody = zedLocalUtil::jsonUtil::serialize(body.root());
@@ -97,10 +94,9 @@ void ORNCLI::promptSubscriptionRequest(std::shared_ptr<ORNRequest> request) {
       "\nSelect subscription operation:\n1. Create subscription\n"
       "2. Delete subscription\n3. Get subscriptions");
   const std::string operation = nextArgRequired("Enter operation choice (1-3)");
-  subscriptionRequest.operation = operation == "2" ? SubscriptionRequest::DELETE
-                                  : operation == "3"
-                                      ? SubscriptionRequest::GET
-                                      : SubscriptionRequest::CREATE;
+  subscriptionRequest.operation = operation == "2"   ? SubscriptionRequest::DELETE
+                                  : operation == "3" ? SubscriptionRequest::GET
+                                                     : SubscriptionRequest::CREATE;
   if (subscriptionRequest.operation != SubscriptionRequest::GET) {
     writeLine(
         "\nSelect subscription target:\n1. Individual Endpoints\n"
@@ -112,17 +108,14 @@ void ORNCLI::promptSubscriptionRequest(std::shared_ptr<ORNRequest> request) {
       promptEventTypes(*this, subscription, "\nEnter number of event types: ");
       subscription.append();
     } else {
-      const int count =
-          promptCount(*this, "\nEnter number of subscriptions: ",
-                      "Invalid number of subscriptions, defaulting to 1");
+      const int count = promptCount(*this, "\nEnter number of subscriptions: ",
+                                    "Invalid number of subscriptions, defaulting to 1");
       for (long long i = 1; i <= count; ++i) {
         writeLine("\nSubscription " + std::to_string(i) + ":");
         SubscriptionBuilder subscription(&builder);
-        subscription.withEndpoint(
-            nextArgRequired("Enter endpoint ID(QFI-EntityId)"));
-        promptEventTypes(
-            *this, subscription,
-            "\nEnter number of event types for this subscription: ");
+        subscription.withEndpoint(nextArgRequired("Enter endpoint ID(QFI-EntityId)"));
+        promptEventTypes(*this, subscription,
+                         "\nEnter number of event types for this subscription: ");
         subscription.append();
       }
     }

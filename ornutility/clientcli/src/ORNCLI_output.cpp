@@ -10,8 +10,7 @@ namespace ornUtility {
 
 // Deliberate: nothing is escaped, so the bytes stay predictable.
 int ORNCLI::printError(const std::string& error, const std::string& message, int code) {
-  std::cerr << "{\"error\":\"" << error << "\",\"message\":\"" << message << "\"}\n"
-            << std::flush;
+  std::cerr << "{\"error\":\"" << error << "\",\"message\":\"" << message << "\"}\n" << std::flush;
   return code;
 }
 

@@ -20,16 +20,14 @@ namespace {
 
 // The answer reader each batch dialogue hands to promptBatchEndpointsOrGroup.
 AnswerReader readerOf(ORNCLI* cli) {
-  return
-      [cli](const std::string& prompt) { return cli->nextArgRequired(prompt); };
+  return [cli](const std::string& prompt) { return cli->nextArgRequired(prompt); };
 }
 
 // Asks for the batch target, then lets fillPayload add the directive's
 // parameters, and returns the body text: the target member first,
 // "directivePayload" second.
-std::string promptBatchBody(
-    const AnswerReader& nextArg,
-    const std::function<void(JsonValueBuilder&)>& fillPayload) {
+std::string promptBatchBody(const AnswerReader& nextArg,
+                            const std::function<void(JsonValueBuilder&)>& fillPayload) {
   JsonDocBuilder doc;
   promptBatchEndpointsOrGroup(doc, nextArg);
   return finishDirectiveBody(doc, fillPayload);
@@ -47,18 +45,15 @@ int promptInt(const AnswerReader& nextArg, const std::string& prompt, int def,
 
 // Menu answer 3 of the power and brightness dialogues: one endpoint's feature,
 // read with GET and no body.
-void promptFeatureGet(const AnswerReader& nextArg, const char* feature,
-                      QFIRequest* request) {
-  request->path = "/v2/endpoints/" + nextArg("Enter endpoint ID") +
-                  "/features/" + feature + "/";
+void promptFeatureGet(const AnswerReader& nextArg, const char* feature, QFIRequest* request) {
+  request->path = "/v2/endpoints/" + nextArg("Enter endpoint ID") + "/features/" + feature + "/";
   request->method = QFIRequest::GET;
   request->requestBody.clear();
 }
 
 }  // namespace
 
-void promptBatchEndpointsOrGroup(JsonDocBuilder& doc,
-                                 const AnswerReader& nextArg) {
+void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextArg) {
   writeLine(
       "\nSelect batch endpoint source:\n1. Group (via groupId)\n"
       "2. Individual endpoint IDs");
@@ -68,8 +63,7 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc,
   }
   // Deliberate: the reader's own " : " follows the label on the same line.
   std::cout << "\nEnter number of endpoints: " << std::flush;
-  const int count =
-      promptInt(nextArg, "", 1, "Invalid number of endpoints, defaulting to 1");
+  const int count = promptInt(nextArg, "", 1, "Invalid number of endpoints, defaulting to 1");
   std::vector<std::string> ids;
   for (long long i = 1; i <= count; ++i) {
     ids.push_back(nextArg("Enter endpoint ID " + std::to_string(i)));
@@ -120,8 +114,7 @@ void ORNCLI::promptQfiPower(std::shared_ptr<QFIRequest> request) {
   request->path = std::string("/v2/endpoints/batch/interfaces/power/") +
                   (action == "1" ? "turnOn/" : "turnOff/");
   request->method = QFIRequest::POST;
-  request->requestBody =
-      promptBatchBody(readerOf(this), [](JsonValueBuilder&) {});
+  request->requestBody = promptBatchBody(readerOf(this), [](JsonValueBuilder&) {});
 }
 
 void ORNCLI::promptQfiBrightness(std::shared_ptr<QFIRequest> request) {
@@ -139,54 +132,43 @@ void ORNCLI::promptQfiBrightness(std::shared_ptr<QFIRequest> request) {
                   (set ? "setBrightness" : "adjustBrightness");
   request->method = QFIRequest::POST;
   const AnswerReader reader = readerOf(this);
-  request->requestBody =
-      promptBatchBody(reader, [&](JsonValueBuilder& payload) {
-        // The ranges in the prompts are advice: out-of-range numbers go out.
-        if (set) {
-          payload.set("brightness",
-                      promptInt(reader, "Enter brightness value (0-100)", 50,
-                                "Invalid brightness value, defaulting to 50"));
-        } else {
-          payload.set(
-              "brightnessDelta",
-              promptInt(reader, "Enter brightness adjustment (-100 to 100)", 0,
-                        "Invalid brightness delta, defaulting to 0"));
-        }
-      });
+  request->requestBody = promptBatchBody(reader, [&](JsonValueBuilder& payload) {
+    // The ranges in the prompts are advice: out-of-range numbers go out.
+    if (set) {
+      payload.set("brightness", promptInt(reader, "Enter brightness value (0-100)", 50,
+                                          "Invalid brightness value, defaulting to 50"));
+    } else {
+      payload.set("brightnessDelta", promptInt(reader, "Enter brightness adjustment (-100 to 100)",
+                                               0, "Invalid brightness delta, defaulting to 0"));
+    }
+  });
 }
 
 void ORNCLI::promptQfiColor(std::shared_ptr<QFIRequest> request) {
   request->path = "/v2/endpoints/batch/interfaces/color/setColor";
   request->method = QFIRequest::POST;
-  request->requestBody =
-      promptBatchBody(readerOf(this), [this](JsonValueBuilder& payload) {
-        const std::string hue = nextArgRequired("Enter hue value (0-360)");
-        const std::string saturation =
-            nextArgRequired("Enter saturation value (0.0-1.0)");
-        const std::string brightness =
-            nextArgRequired("Enter brightness value (0.0-1.0)");
-        // Deliberately lenient: strtod without end check or message.
-        JsonValueBuilder color(payload.allocator());
-        color.set("hue", std::strtod(hue.c_str(), nullptr))
-            .set("saturation", std::strtod(saturation.c_str(), nullptr))
-            .set("brightness", std::strtod(brightness.c_str(), nullptr));
-        payload.set("color", color);
-      });
+  request->requestBody = promptBatchBody(readerOf(this), [this](JsonValueBuilder& payload) {
+    const std::string hue = nextArgRequired("Enter hue value (0-360)");
+    const std::string saturation = nextArgRequired("Enter saturation value (0.0-1.0)");
+    const std::string brightness = nextArgRequired("Enter brightness value (0.0-1.0)");
+    // Deliberately lenient: strtod without end check or message.
+    JsonValueBuilder color(payload.allocator());
+    color.set("hue", std::strtod(hue.c_str(), nullptr))
+        .set("saturation", std::strtod(saturation.c_str(), nullptr))
+        .set("brightness", std::strtod(brightness.c_str(), nullptr));
+    payload.set("color", color);
+  });
 }
 
 void ORNCLI::promptQfiColorTemp(std::shared_ptr<QFIRequest> request) {
-  request->path =
-      "/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature";
+  request->path = "/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature";
   request->method = QFIRequest::POST;
   const AnswerReader reader = readerOf(this);
-  request->requestBody =
-      promptBatchBody(reader, [&reader](JsonValueBuilder& payload) {
-        payload.set(
-            "colorTemperatureInKelvin",
-            promptInt(reader,
-                      "Enter color temperature value (1000-10000 Kelvin)", 2700,
-                      "Invalid color temperature, defaulting to 2700"));
-      });
+  request->requestBody = promptBatchBody(reader, [&reader](JsonValueBuilder& payload) {
+    payload.set("colorTemperatureInKelvin",
+                promptInt(reader, "Enter color temperature value (1000-10000 Kelvin)", 2700,
+                          "Invalid color temperature, defaulting to 2700"));
+  });
 }
 
 void ORNCLI::promptQfiCustom(std::shared_ptr<QFIRequest> request) {
@@ -198,8 +180,7 @@ void ORNCLI::promptQfiCustom(std::shared_ptr<QFIRequest> request) {
   }
   request->method = QFIRequest::POST;
   // Sent verbatim; the request serialiser decides what an invalid body becomes.
-  request->requestBody =
-      nextArgRequired("Enter custom request body (JSON format)");
+  request->requestBody = nextArgRequired("Enter custom request body (JSON format)");
 }
 
 }  // namespace ornUtility

@@ -76,11 +76,10 @@ int ORNCLI::handleQfi(int argc, char** argv, bool sync, int timeoutSeconds) {
     return printError("missing_argument", std::string(options.missing) + " is required", 1);
   }
   const std::string body = findFlag(argc, argv, "--body");
-  return finishRequest(
-      *this,
-      sendAndWait(buildQfiRequest(options.values[0], options.values[1], body), timeoutSeconds,
-                  sync),
-      "Failed to send QFI request");
+  return finishRequest(*this,
+                       sendAndWait(buildQfiRequest(options.values[0], options.values[1], body),
+                                   timeoutSeconds, sync),
+                       "Failed to send QFI request");
 }
 
 std::shared_ptr<ORNRequest> ORNCLI::buildQfiRequest(const std::string& path,

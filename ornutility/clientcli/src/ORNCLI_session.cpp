@@ -9,8 +9,7 @@ namespace ornUtility {
 bool ORNCLI::initConnection(int connectTimeoutSeconds) {
   handler_ = std::make_shared<ORNCLIEventHandler>();
   client_ = std::make_shared<ORNClient>();
-  if (!client_->initialize(handler_, ornConnector::ConnectorType::kLocalService,
-                           kOneShotClientName)) {
+  if (!client_->initialize(handler_, kConnectorType, kOneShotClientName)) {
     return false;
   }
   return handler_->waitForRegistration(connectTimeoutSeconds);
@@ -28,7 +27,8 @@ std::shared_ptr<ORNResponse> ORNCLI::sendAndWait(std::shared_ptr<ORNRequest> req
   if (!client_->sendAsyncRequest(std::move(request))) {
     return nullptr;
   }
-  // Deliberate: the next response is taken whatever its id; one request is in flight.
+  // Deliberate: the next response is taken whatever its id; one request is in
+  // flight.
   return handler_->waitForResponse(timeoutSeconds);
 }
 

@@ -35,8 +35,7 @@ int ORNCLI::handleState(int argc, char** argv, bool sync, int timeoutSeconds) {
     // Any latency text goes through; HIGH and LOW are only the documented ones.
     const std::string latency = findFlag(argc, argv, "--latency");
     return finishRequest(
-        *this,
-        sendAndWait(buildStateGetRequest(endpoint, feature, latency), timeoutSeconds, sync),
+        *this, sendAndWait(buildStateGetRequest(endpoint, feature, latency), timeoutSeconds, sync),
         "Failed to send state get request");
   }
   if (action == "report") {
@@ -49,12 +48,11 @@ int ORNCLI::handleState(int argc, char** argv, bool sync, int timeoutSeconds) {
     const std::vector<std::string>& values = options.values;
     return finishRequest(
         *this,
-        sendAndWait(buildStateReportRequest(values[0], values[1], values[2]), timeoutSeconds,
-                    sync),
+        sendAndWait(buildStateReportRequest(values[0], values[1], values[2]), timeoutSeconds, sync),
         "Failed to send state report request");
   }
-  return printError("invalid_argument",
-                    "Unknown state action: " + action + ". Use get or report", 1);
+  return printError("invalid_argument", "Unknown state action: " + action + ". Use get or report",
+                    1);
 }
 
 std::shared_ptr<ORNRequest> ORNCLI::buildStateGetRequest(const std::string& endpoint,

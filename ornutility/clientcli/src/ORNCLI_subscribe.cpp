@@ -68,8 +68,8 @@ int ORNCLI::handleSubscribe(int argc, char** argv, bool sync, int timeoutSeconds
   const std::string action = argv[0];
   if (action == "list") {
     return finishRequest(
-        *this, sendAndWait(buildSubscribeRequest(SubscriptionRequest::GET, "", {}), timeoutSeconds,
-                           sync),
+        *this,
+        sendAndWait(buildSubscribeRequest(SubscriptionRequest::GET, "", {}), timeoutSeconds, sync),
         "Failed to send subscribe list request");
   }
   if (action == "create" || action == "delete") {
@@ -79,16 +79,14 @@ int ORNCLI::handleSubscribe(int argc, char** argv, bool sync, int timeoutSeconds
     }
     const auto pairs = parseEventPairs(options.values[1]);
     if (pairs.empty()) {
-      return printError("invalid_argument", "Invalid --events format. Use ns1:name1,ns2:name2",
-                        1);
+      return printError("invalid_argument", "Invalid --events format. Use ns1:name1,ns2:name2", 1);
     }
-    const auto operation = action == "create" ? SubscriptionRequest::CREATE
-                                              : SubscriptionRequest::DELETE;
-    return finishRequest(
-        *this,
-        sendAndWait(buildSubscribeRequest(operation, options.values[0], pairs), timeoutSeconds,
-                    sync),
-        "Failed to send subscribe " + action + " request");
+    const auto operation =
+        action == "create" ? SubscriptionRequest::CREATE : SubscriptionRequest::DELETE;
+    return finishRequest(*this,
+                         sendAndWait(buildSubscribeRequest(operation, options.values[0], pairs),
+                                     timeoutSeconds, sync),
+                         "Failed to send subscribe " + action + " request");
   }
   if (action != "listen") {
     // Deliberate: no list of the valid actions, unlike the other subcommands.
@@ -113,14 +111,13 @@ int ORNCLI::handleSubscribe(int argc, char** argv, bool sync, int timeoutSeconds
     // Subscriptions made by earlier values stay in force after a later failure.
     if (!parseCreateValue(value, &target)) {
       return printError("invalid_argument",
-                        "Invalid --create format: " + value +
-                            ". Use entityId:namespace:eventName",
+                        "Invalid --create format: " + value + ". Use entityId:namespace:eventName",
                         1);
     }
-    const auto response = sendAndWait(
-        buildSubscribeRequest(SubscriptionRequest::CREATE, target.entityId,
-                              {{target.nameSpace, target.eventName}}),
-        timeoutSeconds, sync);
+    const auto response =
+        sendAndWait(buildSubscribeRequest(SubscriptionRequest::CREATE, target.entityId,
+                                          {{target.nameSpace, target.eventName}}),
+                    timeoutSeconds, sync);
     if (!response) {
       return printError("request_failed", "Failed to create subscription for " + value, 2);
     }
