@@ -14,6 +14,7 @@
 #include "JsonDocBuilder.h"
 #include "ORNCLI.h"
 #include "ORNRequestBuilder.h"
+#include "QfiPath.h"
 
 namespace ornwick {
 namespace ornUtility {
@@ -60,6 +61,15 @@ ornConnector::api::ORNRequestBuilder newRequestBuilder(ORNClient* client, int32_
 std::string finishDirectiveBody(
     zedLocalUtil::jsonUtil::JsonDocBuilder& body,
     const std::function<void(zedLocalUtil::jsonUtil::JsonValueBuilder&)>& fill);
+
+// Sets the "color" object of a directive payload: hue, saturation, brightness as doubles
+// (ORNCLI_lights.cpp).
+void setColorPayload(zedLocalUtil::jsonUtil::JsonValueBuilder& payload, double hue,
+                     double saturation, double brightness);
+
+// The reachable-devices query path, as the devices subcommand and the device cache send it
+// (ORNCLI_devices.cpp).
+ornConnector::api::QfiPath reachableDevicesPath();
 
 // The values of required options, looked up all first, and the first one left
 // empty (nullptr when every option was given).

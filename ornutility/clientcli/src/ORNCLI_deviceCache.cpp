@@ -13,7 +13,6 @@
 namespace ornwick {
 namespace ornUtility {
 
-using ornConnector::api::QfiPath;
 using ornConnector::api::RequestPayload;
 
 namespace {
@@ -59,9 +58,8 @@ CachedDevice parseDevice(const JsonValue& element) {
 }  // namespace
 
 std::string reachableDevicesPayload() {
-  QfiPath path = QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
   RequestPayload payload;
-  payload.qfi = QFIRequest::fromPath(path, QFIRequest::GET, "");
+  payload.qfi = QFIRequest::fromPath(reachableDevicesPath(), QFIRequest::GET, "");
   return payload.toJsonString();
 }
 

@@ -8,6 +8,10 @@
 namespace ornwick {
 namespace ornUtility {
 
+ornConnector::api::QfiPath reachableDevicesPath() {
+  return ornConnector::api::QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
+}
+
 int ORNCLI::handleDevices(int argc, char** argv, bool sync, int timeoutSeconds) {
   if (hasFlag(argc, argv, "--help")) {
     return printHelp("Usage: orncli devices\n  List reachable devices from local cache.", 0);
@@ -18,9 +22,7 @@ int ORNCLI::handleDevices(int argc, char** argv, bool sync, int timeoutSeconds) 
 
 std::shared_ptr<ORNRequest> ORNCLI::buildDevicesRequest() {
   auto builder = newRequestBuilder(client_.get(), kPayloadRequestType);
-  const auto path =
-      ornConnector::api::QfiPath::endpointQuery({{kReachableFilterKey, kReachableFilterValue}});
-  builder.addQfi(path.toString(), QFIRequest::GET, "");
+  builder.addQfi(reachableDevicesPath().toString(), QFIRequest::GET, "");
   return builder.build();
 }
 

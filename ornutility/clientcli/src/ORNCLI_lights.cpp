@@ -79,6 +79,12 @@ std::string finishDirectiveBody(JsonDocBuilder& body,
   return zedLocalUtil::jsonUtil::serialize(body.root());
 }
 
+void setColorPayload(JsonValueBuilder& payload, double hue, double saturation, double brightness) {
+  JsonValueBuilder color(payload.allocator());
+  color.set("hue", hue).set("saturation", saturation).set("brightness", brightness);
+  payload.set("color", color);
+}
+
 int ORNCLI::handlePower(int argc, char** argv, bool sync, int timeoutSeconds) {
   if (argc < 1 || hasFlag(argc, argv, "--help")) {
     return printHelp(kPowerUsage, argc < 1 ? 1 : 0);
@@ -200,9 +206,7 @@ std::shared_ptr<ORNRequest> ORNCLI::buildColorRequest(const std::vector<std::str
                                                       double hue, double saturation,
                                                       double brightness) {
   const std::string body = batchBody(endpointIds, [&](JsonValueBuilder& payload) {
-    JsonValueBuilder color(payload.allocator());
-    color.set("hue", hue).set("saturation", saturation).set("brightness", brightness);
-    payload.set("color", color);
+    setColorPayload(payload, hue, saturation, brightness);
   });
   return batchRequest(client_.get(), "color", "setColor", body);
 }

@@ -152,11 +152,9 @@ void ORNCLI::promptQfiColor(std::shared_ptr<QFIRequest> request) {
     const std::string saturation = nextArgRequired("Enter saturation value (0.0-1.0)");
     const std::string brightness = nextArgRequired("Enter brightness value (0.0-1.0)");
     // Deliberately lenient: strtod without end check or message.
-    JsonValueBuilder color(payload.allocator());
-    color.set("hue", std::strtod(hue.c_str(), nullptr))
-        .set("saturation", std::strtod(saturation.c_str(), nullptr))
-        .set("brightness", std::strtod(brightness.c_str(), nullptr));
-    payload.set("color", color);
+    setColorPayload(payload, std::strtod(hue.c_str(), nullptr),
+                    std::strtod(saturation.c_str(), nullptr),
+                    std::strtod(brightness.c_str(), nullptr));
   });
 }
 
