@@ -2,7 +2,6 @@
 // private ornsim. Transcripts are compared whole; request ids are replaced by
 // <ID>.
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <fstream>
 #include <iterator>
@@ -10,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "CliExpect.h"
 #include "OrnTestSupport.h"
 
 namespace {
@@ -143,19 +143,11 @@ struct Session {
     expectStart(cli.out().substr(0, started));
     std::string rest = cli.out().substr(started);
     requests.clear();
-    for (const std::string& line : sim.recordedRequests()) {
-      rapidjson::Document doc;
-      doc.Parse(line.c_str());
-      if (doc.HasParseError() || !doc.IsObject() || !doc.HasMember("sync") ||
-          !doc["sync"].IsBool() || !doc.HasMember("requestType") || !doc["requestType"].IsInt()) {
-        ADD_FAILURE() << "bad record line " << line;
-        continue;
-      }
-      EXPECT_EQ(orntest::jsonStringMember(line, "client"), "ORNCLI") << line;
-      requests.push_back((doc["sync"].GetBool() ? "S" : "A") +
-                         std::to_string(doc["requestType"].GetInt()) + " " +
-                         orntest::jsonStringMember(line, "payload"));
-      const std::string id = orntest::jsonStringMember(line, "requestId");
+    for (const clitest::RecordedRequest& request : clitest::recorded(sim)) {
+      EXPECT_EQ(request.client, "ORNCLI") << request.payload;
+      requests.push_back((request.sync ? "S" : "A") + std::to_string(request.requestType) + " " +
+                         request.payload);
+      const std::string& id = request.requestId;
       for (size_t at; !id.empty() && (at = rest.find(id)) != std::string::npos;)
         rest.replace(at, id.size(), "<ID>");
     }
