@@ -2,12 +2,13 @@
 #include "Home.h"
 
 #include <rapidjson/document.h>
-#include <rapidjson/error/en.h>
 
 #include <algorithm>
 #include <fstream>
 #include <set>
 #include <sstream>
+
+#include "BoundedParse.h"
 
 namespace ornsim {
 namespace {
@@ -158,11 +159,12 @@ const Group* Home::findGroup(const std::string& id) const {
 bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems) {
   const size_t before = problems->size();
   rapidjson::Document doc;
-  doc.Parse(text.data(), text.size());
-  if (doc.HasParseError()) {
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(&doc, text.data(), text.size());
+  if (parsed.IsError()) {
     problems->push_back(std::string("not valid JSON: ") +
-                        rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
-                        std::to_string(doc.GetErrorOffset()));
+                        zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) + " at offset " +
+                        std::to_string(parsed.Offset()));
     return false;
   }
   if (!doc.IsObject()) {

@@ -2,8 +2,7 @@
 // requests.
 #include "RequestHandler.h"
 
-#include <rapidjson/error/en.h>
-
+#include "BoundedParse.h"
 #include "Directives.h"
 #include "JsonText.h"
 #include "RequestHandlerInternal.h"
@@ -299,14 +298,15 @@ HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std:
                             int requestType, const std::string& payload) {
   HandlerResult result;
   rapidjson::Document doc;
-  doc.Parse(payload.data(), payload.size());
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(&doc, payload.data(), payload.size());
   Reply r{0, ""};
   if (requestType != 1 && requestType != 2 && requestType != 3) {
     r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
-  } else if (doc.HasParseError()) {
+  } else if (parsed.IsError()) {
     r = fail(400, "invalid_json",
-             std::string(rapidjson::GetParseError_En(doc.GetParseError())) + " at offset " +
-                 std::to_string(doc.GetErrorOffset()));
+             std::string(zedLocalUtil::jsonUtil::parseErrorText(parsed.Code())) + " at offset " +
+                 std::to_string(parsed.Offset()));
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
   } else if (requestType == 2) {

@@ -24,6 +24,13 @@ std::string dfi(const std::string& ns, const std::string& name, const std::strin
   return d + "}]}";
 }
 
+std::string repeat(const std::string& piece, size_t n) {
+  std::string text;
+  while (n-- > 0)
+    text += piece;
+  return text;
+}
+
 const char kReachable[] =
     "/v2/"
     "endpoints?filterExpression=features[name:connectivity].properties[name:"
@@ -111,15 +118,20 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, R"({"dfi":[]})", 400, "empty_request", ""},
       {1, R"({"qfi":"x","dfi":[]})", 400, "invalid_qfi", ""},
       {9, qfi("/v2/endpoints", "GET"), 400, "unknown_request_type", ""},
+      // Nested past the depth bound: invalid JSON, whatever the type.
+      {1, std::string(400000, '['), 400, "\"Nesting deeper than 256 levels. at offset 257\"", ""},
+      {3, repeat("{\"a\":", 400000), 400, "invalid_json", ""},
+      {9, std::string(400000, '['), 400, "unknown_request_type", ""},
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
     HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload);
-    EXPECT_EQ(r.code, c.code) << c.payload << "\n" << r.data;
-    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << c.payload << "\n" << r.data;
+    const std::string row = c.payload.substr(0, 200);
+    EXPECT_EQ(r.code, c.code) << row << "\n" << r.data;
+    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << row << "\n" << r.data;
     if (*c.dataLacks != '\0') {
-      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << c.payload << "\n" << r.data;
+      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << row << "\n" << r.data;
     }
   }
 }

@@ -350,6 +350,7 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
       {"unknown kind", frame(R"({"kind":"shout"})")},
       {"client sends a response",
        frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+      {"nested too deep", frame(std::string(400000, '['))},
   };
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -359,6 +360,9 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
   auto bad = good->client->sendSyncRequest(request(*good->client, 9, "{"));
   ASSERT_TRUE(bad);
   EXPECT_EQ(bad->responseCode, 400);
+  auto deep = good->client->sendSyncRequest(request(*good->client, 9, std::string(400000, '[')));
+  ASSERT_TRUE(deep);
+  EXPECT_EQ(deep->responseCode, 400);
   for (const auto& c : kCases) {
     int fd = rawConnect(sim.socketPath());
     ASSERT_GE(fd, 0) << c.name;
@@ -378,6 +382,7 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
       {"event without type", frame(R"({"kind":"event","payload":""})")},
       {"service sends a request",
        frame(R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
+      {"nested too deep", frame("{\"x\":" + std::string(400000, '['))},
   };
   FakeService fake;
   ASSERT_TRUE(fake.ok());
