@@ -11,16 +11,19 @@
 
 namespace ornsim {
 
+// Sends an event to the registered connections of a client (every registered
+// connection when the name is empty); returns how many got it.
+using EventSender =
+    std::function<int(const std::string& client, int type, const std::string& payload)>;
+
 // What the /sim/ paths work on besides the home.
 struct Control {
   explicit Control(const Subscriptions& subs) : subscriptions(subs) {}
 
   const Subscriptions& subscriptions;
   std::vector<Fault> faults;
-  long requests = 0;  // received so far, the current one included
-  // Sends an event to the registered connections of a client (every registered
-  // connection when the name is empty); returns how many got it. Unset: none.
-  std::function<int(const std::string& client, int type, const std::string& payload)> sendEvent;
+  long requests = 0;      // received so far, the current one included
+  EventSender sendEvent;  // unset: events reach nobody
 };
 
 }  // namespace ornsim

@@ -58,7 +58,7 @@ std::string now() {
 }  // namespace
 
 Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-                       decltype(Control::sendEvent) sendEvent)
+                       EventSender sendEvent)
     : options_(options), home_(home), subscriptions_(subscriptions), control_(subscriptions) {
   control_.faults = options.faults;
   control_.sendEvent = [this, send = std::move(sendEvent)](const std::string& client, int type,

@@ -29,9 +29,8 @@ class Simulation {
     RequestInfo info;                  // filled when the log or a fault needs it
   };
 
-  // `sendEvent` as Control's.
   Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-             decltype(Control::sendEvent) sendEvent);
+             EventSender sendEvent);
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
 
