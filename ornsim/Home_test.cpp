@@ -66,6 +66,11 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
         "groups[1]: \"members\" must be an array"}},
       {R"({"devices":[],"groups":{}})", {"\"groups\" must be an array"}},
       {std::string(400000, '['), {"not valid JSON: Nesting deeper than 256 levels."}},
+      {R"({"devices":[{"id":"a","interfaces":["Corva.PowerController","Corva.Power"]}]})",
+       {"devices[0].interfaces[1]: unknown interface \"Corva.Power\""}},
+      {R"({"devices":[{"id":"a","state":{"brightnes":1,"color":{"hue":1,"sat":0}}}]})",
+       {"devices[0].state: unknown key \"brightnes\"",
+        "devices[0].state.color: unknown key \"sat\""}},
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
