@@ -1,15 +1,13 @@
 // StateFile: writing, reading and replacing the saved state.
 #include "StateFile.h"
 
-#include <rapidjson/error/en.h>
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "BoundedParse.h"
 #include "RequestHandlerInternal.h"
 #include "RequestInfo.h"
 
@@ -19,31 +17,13 @@ namespace {
 using rapidjson::SizeType;
 using rapidjson::Value;
 
-// Fails a streaming read once it nests deeper than kMaxJsonDepth, before any
-// document (whose teardown recurses) is built.
-struct DepthCheck : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthCheck> {
-  int depth = 0;
-  bool Default() { return true; }
-  bool StartObject() { return ++depth <= kMaxJsonDepth; }
-  bool StartArray() { return ++depth <= kMaxJsonDepth; }
-  bool EndObject(SizeType) { return --depth, true; }
-  bool EndArray(SizeType) { return --depth, true; }
-};
-
 bool parse(const std::string& text, rapidjson::Document* doc, std::string* err) {
-  rapidjson::MemoryStream bytes(text.data(), text.size());
-  DepthCheck check;
-  rapidjson::Reader reader;
-  rapidjson::ParseResult nested = reader.Parse<rapidjson::kParseIterativeFlag>(bytes, check);
-  if (nested.Code() == rapidjson::kParseErrorTermination) {
-    *err = "not valid JSON: nested deeper than " + std::to_string(kMaxJsonDepth) + " at offset " +
-           std::to_string(nested.Offset());
-    return false;
-  }
-  doc->Parse(text.data(), text.size());
-  if (doc->HasParseError()) {
-    *err = std::string("not valid JSON: ") + rapidjson::GetParseError_En(doc->GetParseError()) +
-           " at offset " + std::to_string(doc->GetErrorOffset());
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(doc, text.data(), text.size());
+  if (parsed.IsError()) {
+    *err = std::string("not valid JSON: ") +
+           zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) + " at offset " +
+           std::to_string(parsed.Offset());
     return false;
   }
   return true;
