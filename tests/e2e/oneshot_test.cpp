@@ -227,11 +227,13 @@ TEST(OneShot, State) {
 }
 
 TEST(OneShot, DfiAndQfi) {
+  const std::string deep = "dfi --entity e --endpoint p --namespace n --name x --payload " + std::string(65000, '[') + std::string(65000, ']');
   run({
       {"dfi --entity eid1 --endpoint epid1 --namespace Corva.PowerController --name TurnOn", R"(A1 {"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})"},
       {R"(dfi --entity e --endpoint p --namespace Corva.BrightnessController --name SetBrightness --payload {"brightness":[1,2]})", R"(A1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})"},
       // Not validated on purpose: the unparseable directive goes out as null.
       {"dfi --entity e --endpoint p --namespace n --name x --payload {bad", R"(A1 {"dfi":[null]})"},
+      {deep.c_str(), R"(A1 {"dfi":[null]})"},
       {"dfi", "", 1, "", "missing_argument: --entity is required"},
       {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n"
                             "  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
