@@ -55,12 +55,19 @@ struct Child {
   int err = -1;  // parent's end of the child's stderr
 };
 
-// Forks and execs exe on three pipes. The child dies with the test process (PDEATHSIG), so
-// a crashed test leaves nothing.
-Child spawn(const std::string& exe, const std::vector<std::string>& args, const Env& env) {
+// Forks and execs exe on three pipes, or stderr to errFile when given. The child dies with
+// the test process (PDEATHSIG), so a crashed test leaves nothing.
+Child spawn(const std::string& exe, const std::vector<std::string>& args, const Env& env,
+            const std::string& errFile) {
   int in[2], out[2], err[2];
   if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
     return {};
+  if (!errFile.empty()) {
+    close(err[0]);
+    err[0] = -1;
+    close(err[1]);
+    err[1] = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  }
   std::vector<std::string> envStrings;
   for (char** e = environ; *e; ++e) {
     if (!env.count(std::string(*e).substr(0, std::string(*e).find('='))))
@@ -93,7 +100,8 @@ Child spawn(const std::string& exe, const std::vector<std::string>& args, const 
     close(fd);
   if (pid < 0) {
     for (int fd : {in[1], out[0], err[0]})
-      close(fd);
+      if (fd >= 0)
+        close(fd);
     return {};
   }
   return {pid, in[1], out[0], err[0]};
@@ -121,11 +129,14 @@ TempDir::~TempDir() {
 Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
     : socket_(dir_.file("qipc.sock")),
       record_(dir_.file("record.jsonl")),
-      process_(ornsimPath(), concat({"--socket", socket_, "--record", record_}, extraArgs)) {
+      process_(ornsimPath(), concat({"--socket", socket_, "--record", record_}, extraArgs), {},
+               dir_.file("ornsim.stderr")) {
   running_ = process_.waitForOut("\n") && process_.out() == "ready " + socket_ + "\n";
   if (!running_) {
     const RunResult r = process_.finish(Seconds(5));
-    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" + r.err + "'";
+    std::ifstream errLog(dir_.file("ornsim.stderr"));
+    const std::string errText((std::istreambuf_iterator<char>(errLog)), {});
+    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" + errText + "'";
   }
 }
 
@@ -174,10 +185,10 @@ std::vector<std::string> Ornsim::recordedRequests() const {
 }
 
 LiveProcess::LiveProcess(const std::string& exe, const std::vector<std::string>& args,
-                         const Env& env) {
+                         const Env& env, const std::string& errFile) {
   // A child that dies early must fail the test, not end it through a write to its stdin.
   signal(SIGPIPE, SIG_IGN);
-  Child child = spawn(exe, args, env);
+  Child child = spawn(exe, args, env, errFile);
   if (child.pid <= 0) {
     err_ = std::string("cannot start ") + exe + ": " + std::strerror(errno);
     return;

@@ -37,7 +37,9 @@ struct RunResult {
 // lines. Killed (SIGKILL) and reaped on destruction if still running.
 class LiveProcess {
  public:
-  LiveProcess(const std::string& exe, const std::vector<std::string>& args, const Env& env = {});
+  // stderr goes to errFile when one is given (nothing to drain), else to err().
+  LiveProcess(const std::string& exe, const std::vector<std::string>& args, const Env& env = {},
+              const std::string& errFile = "");
   ~LiveProcess();
   LiveProcess(const LiveProcess&) = delete;
   LiveProcess& operator=(const LiveProcess&) = delete;
@@ -72,7 +74,8 @@ class LiveProcess {
 class Ornsim {
  public:
   // Starts ornsim with --socket <dir>/qipc.sock --record <dir>/record.jsonl plus extraArgs,
-  // and waits for its "ready" line. On failure ok() is false and error() says why.
+  // stderr to <dir>/ornsim.stderr, and waits for its "ready" line. On failure ok() is false
+  // and error() says why.
   explicit Ornsim(const std::vector<std::string>& extraArgs = {});
   ~Ornsim() { stop(); }
 
@@ -80,6 +83,7 @@ class Ornsim {
   const std::string& error() const { return error_; }
   const std::string& socketPath() const { return socket_; }
   pid_t pid() const { return process_.pid(); }
+  const TempDir& dir() const { return dir_; }
   // The record file's lines (one JSON object each) as they stand now.
   std::vector<std::string> recordLines() const;
   // Waits until the record file holds at least count lines (woken by file-system
