@@ -292,7 +292,7 @@ TEST(OneShot, SubscribeListen) {
       {"subscribe listen --create e1:ns:n --create bad --timeout 2",
        R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1,
        "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
-      {"subscribe listen --timeout 5", "", 1, "", "missing_argument: --create is required for subscribe listen"},
+      {"subscribe listen --timeout 5 --create", "", 1, "", "missing_argument: --create is required for subscribe listen"},
       {"subscribe listen --create e:n:x", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
       {"subscribe listen --create e:n:x --timeout", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
       // Read once as the response timeout and once as the listening time.

@@ -25,51 +25,38 @@ std::shared_ptr<ORNEvent> event(int type, const std::string& payload = "") {
   return e;
 }
 
-// Null records are ignored; each slot keeps only the latest unread record of its own kind.
-TEST(ORNCLIEventHandler, SlotsHoldTheLatestUnreadRecord) {
-  ORNCLIEventHandler handler;
-  handler.onResponse(nullptr);
-  handler.onEvent(nullptr);
-  EXPECT_FALSE(handler.waitForResponse(0));
-  EXPECT_FALSE(handler.waitForEvent(0));
-  handler.onResponse(response("r1"));
-  handler.onResponse(response("r2"));
-  handler.onEvent(event(21));
-  auto taken = handler.waitForResponse(0);
-  ASSERT_TRUE(taken);
-  EXPECT_EQ("r2", taken->requestId);
-  EXPECT_FALSE(handler.waitForResponse(0)) << "the wait empties the slot";
-  auto e = handler.waitForEvent(0);
-  ASSERT_TRUE(e);
-  EXPECT_EQ(21, e->eventType);
-  EXPECT_FALSE(handler.waitForEvent(0));
-
+// Null records are ignored; each slot keeps the latest unread record of its own kind; only
+// event 23 registers, for good; a zero or negative timeout never waits.
+TEST(ORNCLIEventHandler, SlotsRegistrationAndNoWait) {
+  for (int timeout : {0, -1, INT_MIN}) {
+    for (int type : {0, 20, 21, 22, 23, 24, -23}) {
+      ORNCLIEventHandler handler;
+      handler.onResponse(nullptr);
+      handler.onEvent(nullptr);
+      EXPECT_FALSE(handler.waitForRegistration(timeout)) << timeout;
+      EXPECT_FALSE(handler.waitForResponse(timeout)) << timeout;
+      EXPECT_FALSE(handler.waitForEvent(timeout)) << timeout;
+      handler.onEvent(event(type));
+      handler.onResponse(response("r1"));
+      handler.onResponse(response("r2"));
+      EXPECT_EQ(type == 23, handler.waitForRegistration(timeout)) << type << " " << timeout;
+      auto r = handler.waitForResponse(timeout);
+      ASSERT_TRUE(r) << timeout;
+      EXPECT_EQ("r2", r->requestId);
+      EXPECT_FALSE(handler.waitForResponse(timeout)) << "the wait empties the slot";
+      auto e = handler.waitForEvent(timeout);
+      ASSERT_TRUE(e) << type << " " << timeout;
+      EXPECT_EQ(type, e->eventType);
+      EXPECT_FALSE(handler.waitForEvent(timeout));
+      EXPECT_EQ(type == 23, handler.waitForRegistration(timeout)) << "never reset: " << type;
+    }
+  }
   ORNCLIInteractiveEventHandler interactive;
   testing::internal::CaptureStdout();
   interactive.onResponse(nullptr);
   interactive.onEvent(nullptr);
   EXPECT_EQ("", testing::internal::GetCapturedStdout());
   EXPECT_FALSE(interactive.lastEvent());
-}
-
-// Only event 23 registers, for good; a zero or negative timeout never waits.
-TEST(ORNCLIEventHandler, OnlyEvent23RegistersAndNoTimeoutWaits) {
-  for (int timeout : {0, -1, INT_MIN}) {
-    for (int type : {0, 20, 21, 22, 23, 24, -23}) {
-      ORNCLIEventHandler handler;
-      EXPECT_FALSE(handler.waitForRegistration(timeout)) << timeout;
-      EXPECT_FALSE(handler.waitForResponse(timeout)) << timeout;
-      EXPECT_FALSE(handler.waitForEvent(timeout)) << timeout;
-      handler.onEvent(event(type));
-      handler.onResponse(response("r"));
-      EXPECT_EQ(type == 23, handler.waitForRegistration(timeout)) << type << " " << timeout;
-      EXPECT_TRUE(handler.waitForResponse(timeout)) << timeout;
-      auto e = handler.waitForEvent(timeout);
-      ASSERT_TRUE(e) << type << " " << timeout;
-      EXPECT_EQ(type, e->eventType);
-      EXPECT_EQ(type == 23, handler.waitForRegistration(timeout)) << "never reset: " << type;
-    }
-  }
 }
 
 TEST(ORNCLIEventHandler, ManyDeliveriesFromAnotherThreadEndWithTheLast) {
