@@ -310,35 +310,6 @@ TEST(OneShot, SubscribeListen) {
 }
 // clang-format on
 
-TEST(OneShot, ListenPrintsStateChangesMadeByAnotherProcess) {
-  orntest::Ornsim sim;  // the built-in home
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  ASSERT_EQ(
-      0, orntest::runOrncli(sim.socketPath(), splitArgs("power turnOff --endpoints light-kitchen"))
-             .exitCode);
-  orntest::LiveProcess listener(
-      orntest::orncliPath(),
-      splitArgs(
-          "subscribe listen --create "
-          "light-kitchen:Corva.Endpoint.Feature.Power:Property.PowerState.Change --timeout 3"),
-      orntest::clientEnv(sim.socketPath()));
-  ASSERT_TRUE(listener.waitForErr("\n")) << listener.err();
-  ASSERT_EQ(0u,
-            listener.err().find("{\"subscription_created\":\"light-kitchen\",\"responseCode\":"))
-      << listener.err();
-  EXPECT_EQ(
-      0, orntest::runOrncli(sim.socketPath(), splitArgs("power turnOn --endpoints light-kitchen"))
-             .exitCode);
-  const orntest::RunResult listened = listener.finish();
-  EXPECT_EQ(0, listened.exitCode);
-  // The first event is the change made above; its payload names the device.
-  const std::string line = listened.out.substr(0, listened.out.find('\n'));
-  EXPECT_EQ(0u, line.find("{\"eventType\":21,\"payload\":{")) << line;
-  EXPECT_NE(std::string::npos, line.find("light-kitchen")) << line;
-  rapidjson::Document doc;
-  EXPECT_FALSE(doc.Parse(line.c_str()).HasParseError()) << line;
-}
-
 TEST(OneShot, ListenEndsByBrokenPipeWhenItsReaderGoes) {
   // Several events, so that one is written after head has left.
   orntest::Ornsim sim(splitArgs(
