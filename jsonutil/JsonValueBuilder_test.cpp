@@ -6,8 +6,7 @@
 
 #include "Serialize.h"
 
-namespace zedLocalUtil {
-namespace jsonUtil {
+namespace zedLocalUtil::jsonUtil {
 namespace {
 
 TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
@@ -39,5 +38,4 @@ TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
 }
 
 }  // namespace
-}  // namespace jsonUtil
-}  // namespace zedLocalUtil
+}  // namespace zedLocalUtil::jsonUtil

@@ -4,9 +4,7 @@
 
 #include "ORNRequestBuilder.h"
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 constexpr char kEmptyHeadAndEndpoint[] =
@@ -52,6 +50,4 @@ TEST(DFIRequestBuilder, AppendsToTheParentPayloadInOrder) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 TEST(QFIRequest, JsonText) {
@@ -35,6 +33,4 @@ TEST(QFIRequest, JsonText) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -4,9 +4,7 @@
 
 #include "ORNRequestBuilder.h"
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 std::shared_ptr<QFIRequest> qfi(const char* path, const char* body = "") {
@@ -93,6 +91,4 @@ TEST(ORNRequestBuilder, Build) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 // The create, delete and list texts are pinned end to end; these are the corners.
@@ -54,6 +52,4 @@ TEST(SubscriptionRequest, JsonText) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

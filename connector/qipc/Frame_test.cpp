@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace ornwick {
-namespace qipc {
+namespace ornwick::qipc {
 namespace {
 
 std::string header(uint32_t n) {
@@ -96,5 +95,4 @@ TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
 }
 
 }  // namespace
-}  // namespace qipc
-}  // namespace ornwick
+}  // namespace ornwick::qipc

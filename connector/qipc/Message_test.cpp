@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace qipc {
+namespace ornwick::qipc {
 namespace {
 
 TEST(Message, RoundTripsEveryKind) {
@@ -61,5 +60,4 @@ TEST(Message, DecodeRejectsMalformedMessages) {
 }
 
 }  // namespace
-}  // namespace qipc
-}  // namespace ornwick
+}  // namespace ornwick::qipc

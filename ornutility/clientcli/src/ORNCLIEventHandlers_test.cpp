@@ -8,8 +8,7 @@
 #include <cstdlib>
 #include <thread>
 
-namespace ornwick {
-namespace ornUtility {
+namespace ornwick::ornUtility {
 namespace {
 
 std::shared_ptr<ORNResponse> response(const std::string& id) {
@@ -79,5 +78,4 @@ TEST(ORNCLIEventHandler, ManyDeliveriesFromAnotherThreadEndWithTheLast) {
 }
 
 }  // namespace
-}  // namespace ornUtility
-}  // namespace ornwick
+}  // namespace ornwick::ornUtility
