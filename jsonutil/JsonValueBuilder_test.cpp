@@ -15,19 +15,14 @@ TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
     void (*fill)(JsonValueBuilder&);
     const char* want;
   } kCases[] = {
+      // clang-format off
       {"empty object", [](JsonValueBuilder&) {}, "{}"},
-      {"mixed types",
-       [](JsonValueBuilder& b) { b.set("z", std::string("s")).set("a", -7).set("m", 0.5); },
-       R"({"z":"s","a":-7,"m":0.5})"},
-      {"duplicate key kept", [](JsonValueBuilder& b) { b.set("k", 1).set("k", 2); },
-       R"({"k":1,"k":2})"},
-      {"string cut at NUL", [](JsonValueBuilder& b) { b.set("s", std::string("ab\0cd", 5)); },
-       R"({"s":"ab"})"},
-      {"string escaped", [](JsonValueBuilder& b) { b.set("s", std::string("a\"b\\c\n")); },
-       R"({"s":"a\"b\\c\n"})"},
-      {"key from a released temporary",
-       [](JsonValueBuilder& b) { b.set(std::string("temp").append("Key").c_str(), 1); },
-       R"({"tempKey":1})"},
+      {"mixed types", [](JsonValueBuilder& b) { b.set("z", std::string("s")).set("a", -7).set("m", 0.5); }, R"({"z":"s","a":-7,"m":0.5})"},
+      {"duplicate key kept", [](JsonValueBuilder& b) { b.set("k", 1).set("k", 2); }, R"({"k":1,"k":2})"},
+      {"string cut at NUL", [](JsonValueBuilder& b) { b.set("s", std::string("ab\0cd", 5)); }, R"({"s":"ab"})"},
+      {"string escaped", [](JsonValueBuilder& b) { b.set("s", std::string("a\"b\\c\n")); }, R"({"s":"a\"b\\c\n"})"},
+      {"key from a released temporary", [](JsonValueBuilder& b) { b.set(std::string("temp").append("Key").c_str(), 1); }, R"({"tempKey":1})"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     JsonDocument doc;

@@ -12,28 +12,16 @@ TEST(SubscriptionRequest, JsonText) {
     void (*fill)(SubscriptionRequestBuilder&);
     const char* want;
   } kCases[] = {
+      // clang-format off
       {"delete, empty entities and event types",
-       [](SubscriptionRequestBuilder& r) {
-         r.request()->operation = SubscriptionRequest::DELETE;
-         SubscriptionBuilder(&r).append();
-       },
+       [](SubscriptionRequestBuilder& r) { r.request()->operation = SubscriptionRequest::DELETE; SubscriptionBuilder(&r).append(); },
        R"({"operation":"delete","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
       {"unknown operation",
-       [](SubscriptionRequestBuilder& r) {
-         r.request()->operation = static_cast<SubscriptionRequest::Operation>(0);
-       },
+       [](SubscriptionRequestBuilder& r) { r.request()->operation = static_cast<SubscriptionRequest::Operation>(0); },
        R"({"operation":"unknown","subscriptions":[]})"},
       {"same event twice, group after endpoint",
-       [](SubscriptionRequestBuilder& r) {
-         SubscriptionBuilder(&r)
-             .withEndpointGroup("g1")
-             .withEndpoint("e1")
-             .withEventType("n", "x")
-             .withEventType("n", "x")
-             .append();
-       },
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"},)"
-       R"("endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"n","name":"x"},{"namespace":"n","name":"x"}]}]})"},
+       [](SubscriptionRequestBuilder& r) { SubscriptionBuilder(&r).withEndpointGroup("g1").withEndpoint("e1").withEventType("n", "x").withEventType("n", "x").append(); },
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"},"endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"n","name":"x"},{"namespace":"n","name":"x"}]}]})"},
       {"null entries skipped, null entities written {}",
        [](SubscriptionRequestBuilder& r) {
          SubscriptionBuilder s(&r);
@@ -43,6 +31,7 @@ TEST(SubscriptionRequest, JsonText) {
          s.append();
        },
        R"({"operation":"create","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     SubscriptionRequestBuilder r;

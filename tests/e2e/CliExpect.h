@@ -55,23 +55,19 @@ struct Sent {
 inline std::vector<Sent> sent(const orntest::Ornsim& sim) {
   std::vector<Sent> requests;
   for (const std::string& line : sim.recordedRequests()) {
-    rapidjson::Document doc;
-    doc.Parse(line.c_str());
-    static const rapidjson::Value kNull;
-    const auto get = [&doc](const char* key) {
-      const auto it = doc.FindMember(key);
-      return it == doc.MemberEnd() ? &kNull : &it->value;
-    };
-    if (doc.HasParseError() || !doc.IsObject() || !get("client")->IsString() ||
-        !get("requestId")->IsString() || !get("sync")->IsBool() || !get("requestType")->IsInt() ||
-        !get("payload")->IsString()) {
+    rapidjson::Document d;
+    bool ok = !d.Parse(line.c_str()).HasParseError() && d.IsObject();
+    for (const char* key : {"client", "requestId", "payload", "sync", "requestType"})
+      ok = ok && d.HasMember(key);
+    if (!ok || !d["client"].IsString() || !d["requestId"].IsString() || !d["payload"].IsString() ||
+        !d["sync"].IsBool() || !d["requestType"].IsInt()) {
       ADD_FAILURE() << "bad record line: " << line;
       continue;
     }
-    requests.push_back(
-        {get("client")->GetString(), get("requestId")->GetString(),
-         (get("sync")->GetBool() ? "S" : "A") + std::to_string(get("requestType")->GetInt()) + " " +
-             std::string(get("payload")->GetString(), get("payload")->GetStringLength())});
+    requests.push_back({d["client"].GetString(), d["requestId"].GetString(),
+                        (d["sync"].GetBool() ? "S" : "A") +
+                            std::to_string(d["requestType"].GetInt()) + " " +
+                            std::string(d["payload"].GetString(), d["payload"].GetStringLength())});
   }
   return requests;
 }

@@ -24,6 +24,7 @@ const char kDevices[] = R"({"results":[{"id":"e1","externallyReportedId":"ep1","
 // Shorthands for the recurring blocks of an expected transcript and of the requests.
 // clang-format off
 const clitest::Blocks kBlocks = {
+    {"{BAD}", "Error: Invalid Command.. Please try again!\n{MENU}"},
     {"{MENU}", std::string(kMenuLines) + "cmd> "},
     {"{PAYLOAD}", "Select payload type:\n1. QFI Request\n2. DFI Request\n3. Both QFI and DFI\n4. StateProvider Subscription Request\n"
                   "5. StateProvider State Query Request\n6. Get Reachable Devices (local cache)\nEnter choice (1-6) : "},
@@ -123,11 +124,12 @@ struct Script {
   const char* expected;       // the transcript after the start, with kBlocks shorthands
   const char* requests;       // one line each, as clitest::Sent writes them
   const char* sim = nullptr;  // ornsim's options instead of answering with kDevices
+  const char* ready = "Event Type: 23\n";  // the event awaited before the input
 };
 
 void runScripts(const std::vector<Script>& scripts) {
   for (const Script& c : scripts) {
-    Session session(c.sim);
+    Session session(c.sim ? clitest::expand(c.sim, kBlocks).c_str() : nullptr, c.ready);
     if (!session.ok)
       return;
     session.cli.send(c.input);
@@ -136,28 +138,15 @@ void runScripts(const std::vector<Script>& scripts) {
   }
 }
 
-// Only the exact one-character payload choices count: " 1" and "" send an empty payload.
-// The script's last line has no newline: it is still read.
-TEST(InteractiveMenu, ChoicesAndFallbacks) {
-  Session session((std::string("--respond 200:") + kDevices + " --emit 21:0:{\"n\":1}").c_str(),
-                  "Event Type: 21\n");
-  ASSERT_TRUE(session.ok);
-  session.cli.send("7\n-3\n\nabc\n-1\n 3\n4\n1\n 1\n1\n\n3\n-2");
-  const std::string invalid = "Error: Invalid Command.. Please try again!\n{MENU}";
-  EXPECT_EQ(
-      clitest::expand(invalid + invalid + invalid + "{WARN}" + invalid +
-                          "{MENU}No response available\n{MENU}Last event:\nEvent Type: 21\n"
-                          "Event Data: {\"n\":1}\n{MENU}{PAYLOAD}{SYNC}{MENU}{PAYLOAD}{SYNC}{MENU}"
-                          "Last response:\nRequest ID: <ID>\nResponse Code: 200\n"
-                          "Response Data: {DATA}\n{MENU}",
-                      kBlocks),
-      session.finish(""));
-  EXPECT_EQ("S1 \nS1 ", session.requests);
-}
-
 // clang-format off
 TEST(InteractiveQfi, DialoguesBuildTheirRequests) {
   runScripts({
+      // Only the exact one-character payload choices count: " 1" and "" send an empty payload.
+      // The script's last line has no newline: it is still read.
+      {"7\n-3\n\nabc\n-1\n 3\n4\n1\n 1\n1\n\n3\n-2",
+       "{BAD}{BAD}{BAD}{WARN}{BAD}{MENU}No response available\n{MENU}Last event:\nEvent Type: 21\nEvent Data: {\"n\":1}\n"
+       "{MENU}{PAYLOAD}{SYNC}{MENU}{PAYLOAD}{SYNC}{MENU}Last response:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {DATA}\n{MENU}",
+       "S1 \nS1 ", "--respond 200:{DATA} --emit 21:0:{\"n\":1}", "Event Type: 21\n"},
       {"1\n1\n1\n1\n1\ng1\n0\n", "{PAYLOAD}{QFI}{POWER}{BATCH}Enter group ID : {SYNC}{MENU}",
        R"(S1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"groupId":"g1","directivePayload":{}}},"dfi":[]})"},
       // Bad interface -> power; "3 " is not "3" -> turn off; bad count -> one endpoint.

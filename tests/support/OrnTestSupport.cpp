@@ -13,7 +13,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -48,24 +47,32 @@ int reap(pid_t pid, Clock::time_point deadline) {
   return !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-struct Child {
-  pid_t pid = -1;
-  int in = -1;   // parent's end of the child's stdin
-  int out = -1;  // parent's end of the child's stdout
-  int err = -1;  // parent's end of the child's stderr
-};
+}  // namespace
 
-// Forks and execs exe on three pipes, or stderr to errFile when given. The child dies with
-// the test process (PDEATHSIG), so a crashed test leaves nothing.
-Child spawn(const std::string& exe, const std::vector<std::string>& args, const Env& env,
-            const std::string& errFile) {
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "orntest-XXXXXX").string();
+  if (mkdtemp(pattern.data()))
+    path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  if (!path_.empty())
+    std::filesystem::remove_all(path_, ec);
+}
+
+// The child dies with the test process (PDEATHSIG), so a crashed test leaves nothing.
+LiveProcess::LiveProcess(const std::string& exe, const std::vector<std::string>& args,
+                         const Env& env, const std::string& errFile) {
+  // A child that dies early must fail the test, not end it through a write to its stdin.
+  signal(SIGPIPE, SIG_IGN);
   int in[2], out[2], err[2];
   if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
-    return {};
+    return;
   if (!errFile.empty()) {
     close(err[0]);
-    err[0] = -1;
     close(err[1]);
+    err[0] = -1;
     err[1] = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   }
   std::vector<std::string> envStrings;
@@ -82,10 +89,9 @@ Child spawn(const std::string& exe, const std::vector<std::string>& args, const 
     envp.push_back(s.data());
   argv.push_back(nullptr);
   envp.push_back(nullptr);
-
-  pid_t parent = getpid();
-  pid_t pid = fork();
-  if (pid == 0) {
+  const pid_t parent = getpid();
+  pid_ = fork();
+  if (pid_ == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent)
       _exit(127);
@@ -98,39 +104,95 @@ Child spawn(const std::string& exe, const std::vector<std::string>& args, const 
   }
   for (int fd : {in[0], out[1], err[1]})
     close(fd);
-  if (pid < 0) {
-    for (int fd : {in[1], out[0], err[0]})
-      if (fd >= 0)
-        close(fd);
-    return {};
+  fds_[0] = in[1];
+  fds_[1] = out[0];
+  fds_[2] = err[0];
+  fcntl(fds_[0], F_SETFL, O_NONBLOCK);
+}
+
+LiveProcess::~LiveProcess() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    reap(pid_, Clock::now());
   }
-  return {pid, in[1], out[0], err[0]};
+  for (int fd : fds_)
+    if (fd >= 0)
+      close(fd);
 }
 
-std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
+bool LiveProcess::waitForOut(const std::string& needle, size_t from) {
+  const auto deadline = Clock::now() + Seconds(10);
+  while (out_.find(needle, from) == std::string::npos) {
+    if (fds_[1] < 0 || !pump(deadline))
+      return false;
+  }
+  return true;
 }
 
-}  // namespace
-
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "orntest-XXXXXX").string();
-  if (mkdtemp(pattern.data()))
-    path_ = pattern;
+void LiveProcess::send(const std::string& text) {
+  pendingIn_ += text;
+  pump(Clock::now());
 }
 
-TempDir::~TempDir() {
-  std::error_code ec;
-  if (!path_.empty())
-    std::filesystem::remove_all(path_, ec);
+bool LiveProcess::pump(Clock::time_point deadline) {
+  if (fds_[0] >= 0 && pendingIn_.empty() && closeIn_) {
+    close(fds_[0]);
+    fds_[0] = -1;
+  }
+  pollfd p[3] = {
+      {pendingIn_.empty() ? -1 : fds_[0], POLLOUT, 0}, {fds_[1], POLLIN, 0}, {fds_[2], POLLIN, 0}};
+  const int ready = poll(p, 3, msLeft(deadline));
+  if (ready <= 0)
+    return ready < 0 && errno == EINTR;
+  std::string* texts[3] = {nullptr, &out_, &err_};
+  for (int i = 1; i < 3; ++i) {
+    if (fds_[i] < 0 || !(p[i].revents & (POLLIN | POLLHUP | POLLERR)))
+      continue;
+    char buf[4096];
+    const ssize_t got = read(fds_[i], buf, sizeof buf);
+    if (got > 0) {
+      texts[i]->append(buf, static_cast<size_t>(got));
+    } else if (got == 0 || errno != EINTR) {
+      close(fds_[i]);
+      fds_[i] = -1;
+    }
+  }
+  if (p[0].fd >= 0 && (p[0].revents & (POLLOUT | POLLERR | POLLHUP))) {
+    const ssize_t put = write(fds_[0], pendingIn_.data(), pendingIn_.size());
+    if (put > 0)
+      pendingIn_.erase(0, static_cast<size_t>(put));
+    else if (put < 0 && errno != EAGAIN && errno != EINTR)
+      pendingIn_.clear();  // the child closed its stdin; nothing more will be read
+  }
+  return true;
+}
+
+RunResult LiveProcess::finish(Seconds timeout) {
+  RunResult result;
+  closeIn_ = true;
+  const auto deadline = Clock::now() + timeout;
+  while (pid_ > 0 && (fds_[1] >= 0 || fds_[2] >= 0) &&
+         (pump(deadline) || Clock::now() < deadline)) {
+  }
+  if (pid_ > 0)
+    result.exitCode = reap(pid_, deadline);
+  pid_ = -1;
+  result.out = out_;
+  result.err = err_;
+  return result;
 }
 
 Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
     : socket_(dir_.file("qipc.sock")),
       record_(dir_.file("record.jsonl")),
-      process_(ornsimPath(), concat({"--socket", socket_, "--record", record_}, extraArgs), {},
-               dir_.file("ornsim.stderr")) {
+      process_(
+          ornsimPath(),
+          [&] {
+            std::vector<std::string> args{"--socket", socket_, "--record", record_};
+            args.insert(args.end(), extraArgs.begin(), extraArgs.end());
+            return args;
+          }(),
+          {}, dir_.file("ornsim.stderr")) {
   running_ = process_.waitForOut("\n") && process_.out() == "ready " + socket_ + "\n";
   if (!running_) {
     const RunResult r = process_.finish(Seconds(5));
@@ -157,7 +219,7 @@ std::vector<std::string> Ornsim::recordLines() const {
 }
 
 bool Ornsim::waitForRecordLines(size_t count, std::chrono::milliseconds timeout) const {
-  auto deadline = Clock::now() + timeout;
+  const auto deadline = Clock::now() + timeout;
   // Watches the folder: the record file may not exist yet.
   int fd = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   if (fd < 0)
@@ -182,115 +244,6 @@ std::vector<std::string> Ornsim::recordedRequests() const {
     if (line.find("\"requestType\"") != std::string::npos)
       requests.push_back(line);
   return requests;
-}
-
-LiveProcess::LiveProcess(const std::string& exe, const std::vector<std::string>& args,
-                         const Env& env, const std::string& errFile) {
-  // A child that dies early must fail the test, not end it through a write to its stdin.
-  signal(SIGPIPE, SIG_IGN);
-  Child child = spawn(exe, args, env, errFile);
-  if (child.pid <= 0) {
-    err_ = std::string("cannot start ") + exe + ": " + std::strerror(errno);
-    return;
-  }
-  pid_ = child.pid;
-  in_ = child.in;
-  fds_[0] = child.out;
-  fds_[1] = child.err;
-  fcntl(in_, F_SETFL, O_NONBLOCK);
-}
-
-LiveProcess::~LiveProcess() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    reap(pid_, Clock::now());
-  }
-  for (int fd : {in_, fds_[0], fds_[1]})
-    if (fd >= 0)
-      close(fd);
-}
-
-bool LiveProcess::waitFor(int stream, const std::string& needle, size_t from) {
-  const std::string& text = stream == 0 ? out_ : err_;
-  auto deadline = Clock::now() + Seconds(10);
-  while (text.find(needle, from) == std::string::npos) {
-    if (fds_[stream] < 0 || !pump(deadline))
-      return false;
-  }
-  return true;
-}
-
-void LiveProcess::send(const std::string& text) {
-  pendingIn_ += text;
-  pump(Clock::now());
-}
-
-bool LiveProcess::pump(Clock::time_point deadline) {
-  if (in_ >= 0 && pendingIn_.empty() && closeIn_) {
-    close(in_);
-    in_ = -1;
-  }
-  pollfd fds[3] = {
-      {fds_[0], POLLIN, 0}, {fds_[1], POLLIN, 0}, {pendingIn_.empty() ? -1 : in_, POLLOUT, 0}};
-  int ready = poll(fds, 3, msLeft(deadline));
-  if (ready <= 0)
-    return ready < 0 && errno == EINTR;
-  std::string* texts[2] = {&out_, &err_};
-  for (int i = 0; i < 2; ++i) {
-    if (fds_[i] < 0 || !(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
-      continue;
-    char buf[4096];
-    ssize_t got = read(fds_[i], buf, sizeof buf);
-    if (got > 0) {
-      texts[i]->append(buf, static_cast<size_t>(got));
-    } else if (got == 0 || errno != EINTR) {
-      close(fds_[i]);
-      fds_[i] = -1;
-    }
-  }
-  if (fds[2].fd >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-    ssize_t put = write(in_, pendingIn_.data(), pendingIn_.size());
-    if (put > 0)
-      pendingIn_.erase(0, static_cast<size_t>(put));
-    else if (put < 0 && errno != EAGAIN && errno != EINTR)
-      pendingIn_.clear();  // the child closed its stdin; nothing more will be read
-  }
-  return true;
-}
-
-RunResult LiveProcess::finish(Seconds timeout) {
-  RunResult result;
-  closeIn_ = true;
-  auto deadline = Clock::now() + timeout;
-  while (pid_ > 0 && (fds_[0] >= 0 || fds_[1] >= 0) &&
-         (pump(deadline) || Clock::now() < deadline)) {
-  }
-  if (pid_ > 0)
-    result.exitCode = reap(pid_, deadline);
-  pid_ = -1;
-  result.out = out_;
-  result.err = err_;
-  return result;
-}
-
-RunResult runProcess(const std::string& exe, const std::vector<std::string>& args, const Env& env) {
-  return LiveProcess(exe, args, env).finish();
-}
-
-Env clientEnv(const std::string& socketPath) {
-  return {{"ORN_QIPC_SOCKET", socketPath}};
-}
-
-RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args) {
-  return runProcess(orncliPath(), args, clientEnv(socketPath));
-}
-
-std::string ornsimPath() {
-  return ORN_ORNSIM_PATH;
-}
-
-std::string orncliPath() {
-  return ORN_ORNCLI_PATH;
 }
 
 std::string jsonStringMember(const std::string& jsonLine, const std::string& key) {
