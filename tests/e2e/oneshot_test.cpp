@@ -122,16 +122,14 @@ TEST(OneShot, Devices) {
   const std::string async = std::string("A") + query, sync = std::string("S") + query;
   run({
       {"devices", async.c_str()},
-      {"devices extra args", async.c_str()},
       // Global flags are found anywhere; other dashed words before the subcommand are skipped.
       {"--sync devices", sync.c_str()},
       {"devices --sync", sync.c_str()},
       {"--help devices", async.c_str()},
-      {"-x devices", async.c_str()},
+      {"-x devices extra args", async.c_str()},
       {"--timeout 5 --connect-timeout 5 devices", async.c_str()},
       // Bad timeouts warn and keep the default.
-      {"--timeout abc devices", async.c_str(), 0, "<WARN><OK>"},
-      {"--connect-timeout 1s devices", async.c_str(), 0, "<WARN><OK>"},
+      {"--timeout abc --connect-timeout 1s devices", async.c_str(), 0, "<WARN><WARN><OK>"},
       {"devices --help", "", 0, "Usage: orncli devices\n  List reachable devices from local cache.\n"},
       // The response is printed raw whatever its code; empty data is "".
       {"devices", async.c_str(), 0, "{\"requestId\":\"<ID>\",\"responseCode\":200,\"responseData\":\"\"}\n", "", "--respond 200:"},
