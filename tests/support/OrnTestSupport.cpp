@@ -47,6 +47,11 @@ int reap(pid_t pid, Clock::time_point deadline) {
   return !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+std::vector<std::string> concat(std::vector<std::string> a, const std::vector<std::string>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
 }  // namespace
 
 TempDir::TempDir() {
@@ -185,14 +190,8 @@ RunResult LiveProcess::finish(Seconds timeout) {
 Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
     : socket_(dir_.file("qipc.sock")),
       record_(dir_.file("record.jsonl")),
-      process_(
-          ornsimPath(),
-          [&] {
-            std::vector<std::string> args{"--socket", socket_, "--record", record_};
-            args.insert(args.end(), extraArgs.begin(), extraArgs.end());
-            return args;
-          }(),
-          {}, dir_.file("ornsim.stderr")) {
+      process_(ornsimPath(), concat({"--socket", socket_, "--record", record_}, extraArgs), {},
+               dir_.file("ornsim.stderr")) {
   running_ = process_.waitForOut("\n") && process_.out() == "ready " + socket_ + "\n";
   if (!running_) {
     const RunResult r = process_.finish(Seconds(5));

@@ -12,16 +12,11 @@ namespace ornwick::ornUtility {
 namespace {
 
 std::shared_ptr<ORNResponse> response(const std::string& id) {
-  auto r = std::make_shared<ORNResponse>();
-  r->requestId = id;
-  return r;
+  return std::make_shared<ORNResponse>(ORNResponse{id, 0, ""});
 }
 
 std::shared_ptr<ORNEvent> event(int type, const std::string& payload = "") {
-  auto e = std::make_shared<ORNEvent>();
-  e->eventType = type;
-  e->payload = payload;
-  return e;
+  return std::make_shared<ORNEvent>(ORNEvent{type, payload});
 }
 
 // Null records are ignored; each slot keeps the latest unread record of its own kind; only
