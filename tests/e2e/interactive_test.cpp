@@ -139,7 +139,7 @@ void runScripts(const std::vector<Script>& scripts) {
 }
 
 // clang-format off
-TEST(InteractiveQfi, DialoguesBuildTheirRequests) {
+TEST(InteractiveMenuAndQfi, DialoguesBuildTheirRequests) {
   runScripts({
       // Only the exact one-character payload choices count: " 1" and "" send an empty payload.
       // The script's last line has no newline: it is still read.

@@ -125,10 +125,11 @@ LiveProcess::~LiveProcess() {
       close(fd);
 }
 
-bool LiveProcess::waitForOut(const std::string& needle, size_t from) {
+bool LiveProcess::waitFor(int stream, const std::string& needle, size_t from) {
+  const std::string& text = stream == 1 ? out_ : err_;
   const auto deadline = Clock::now() + Seconds(10);
-  while (out_.find(needle, from) == std::string::npos) {
-    if (fds_[1] < 0 || !pump(deadline))
+  while (text.find(needle, from) == std::string::npos) {
+    if (fds_[stream] < 0 || !pump(deadline))
       return false;
   }
   return true;

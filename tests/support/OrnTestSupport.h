@@ -44,9 +44,11 @@ class LiveProcess {
 
   pid_t pid() const { return pid_; }
   const std::string& out() const { return out_; }
-  // Waits (10 s at most) until needle stands in stdout at or after from; false when the
-  // time passes or stdout ends first.
-  bool waitForOut(const std::string& needle, size_t from = 0);
+  const std::string& err() const { return err_; }
+  // Waits (10 s at most) until needle stands in stdout (stderr) at or after from; false when
+  // the time passes or the stream ends first.
+  bool waitForOut(const std::string& needle, size_t from = 0) { return waitFor(1, needle, from); }
+  bool waitForErr(const std::string& needle, size_t from = 0) { return waitFor(2, needle, from); }
   // Queues text for stdin; it is written as the child reads, never blocking the test.
   void send(const std::string& text);
   // Closes stdin once queued text is written, reads both streams to their end and reaps
@@ -54,6 +56,7 @@ class LiveProcess {
   RunResult finish(Seconds timeout = Seconds(30));
 
  private:
+  bool waitFor(int stream, const std::string& needle, size_t from);
   // One poll over the open descriptors; false when the deadline passed.
   bool pump(std::chrono::steady_clock::time_point deadline);
 
