@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Subscriptions.h"
+
 namespace ornsim {
 
 struct EmitSpec {
@@ -24,6 +26,11 @@ struct Options {
   int respondCode = 0;
   std::string respondData;
   std::vector<EmitSpec> emits;
+  // Limits that bound ornsim's memory; docs/ornsim.md says what happens at each.
+  int maxConnections = 256;
+  int frameBudget = 64 << 20;  // bytes, for partly received and for unsent frames
+  int frameTimeoutMs = 10000;  // from a frame's first byte to its last
+  int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
   bool help = false;
 };
 

@@ -38,6 +38,13 @@ TEST(Options, ParsesFaultInjection) {
   EXPECT_EQ(o.emits[0].delayMs, 100);
   EXPECT_EQ(o.emits[0].payload, "{\"x\":\"1:2\"}");
   EXPECT_EQ(o.emits[1].payload, "");
+  ASSERT_TRUE(parse({"--max-connections", "2", "--frame-budget", "4096", "--frame-timeout-ms", "50",
+                     "--max-subscriptions", "3"},
+                    &o, &err));
+  EXPECT_EQ(o.maxConnections, 2);
+  EXPECT_EQ(o.frameBudget, 4096);
+  EXPECT_EQ(o.frameTimeoutMs, 50);
+  EXPECT_EQ(o.maxSubscriptions, 3);
 }
 
 TEST(Options, RejectsBadCommandLines) {
@@ -56,6 +63,10 @@ TEST(Options, RejectsBadCommandLines) {
       {{"--register-delay-ms", "1s"}},
       {{"--register-delay-ms", "99999999999"}},
       {{"extra"}},
+      {{"--max-connections", "0"}},
+      {{"--frame-budget", "64M"}},
+      {{"--frame-timeout-ms", "0"}},
+      {{"--max-subscriptions", "-1"}},
   };
   for (const auto& c : kCases) {
     Options o;

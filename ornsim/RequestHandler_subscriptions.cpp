@@ -8,6 +8,10 @@ namespace {
 
 using rapidjson::Value;
 
+// A client's "get" answer stays below this, so that, escaped into a response,
+// it always fits in one frame.
+constexpr size_t kMaxListingBytes = 256u << 10;
+
 void writeSubscription(JsonWriter& w, const Subscription& s) {
   w.StartObject();
   writeMember(w, "subscriptionId", s.id);
@@ -67,6 +71,27 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
   return true;
 }
 
+// Whether `client` may hold `given` on top of what it has: repeats of a held
+// subscription take no room.
+bool roomFor(const Subscriptions& subs, const std::string& client,
+             const std::vector<Subscription>& given) {
+  Subscriptions added;  // each new one once
+  for (const auto& s : given) {
+    if (subs.find(client, s) == nullptr)
+      added.add(client, s);
+    if (subs.count(client) + added.count(client) > static_cast<size_t>(subs.maxPerClient()))
+      return false;
+  }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartArray();
+  for (const auto* list : {&subs, &added})
+    for (const auto& s : list->of(client))
+      writeSubscription(w, s);
+  w.EndArray();
+  return buf.GetSize() <= kMaxListingBytes;
+}
+
 }  // namespace
 
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
@@ -95,6 +120,12 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
         return fail(404, "unknown_group", "no group " + s.groupId);
       given.push_back(std::move(s));
     }
+  // All or nothing, like an unknown endpoint.
+  if (operation == "create" && !roomFor(subs, client, given))
+    return fail(400, "too_many_subscriptions",
+                "a client holds at most " + std::to_string(subs.maxPerClient()) +
+                    " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) +
+                    " bytes");
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();

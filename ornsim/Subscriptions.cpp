@@ -34,13 +34,33 @@ bool covers(const Home& home, const Subscription& s, const StateChange& change) 
   return false;
 }
 
+// Event types compare as a set: order and repeats do not make a subscription new.
+std::set<std::pair<std::string, std::string>> typeSet(const Subscription& s) {
+  std::set<std::pair<std::string, std::string>> types;
+  for (const auto& t : s.eventTypes)
+    types.emplace(t.nameSpace, t.name);
+  return types;
+}
+
 }  // namespace
 
 const Subscription& Subscriptions::add(const std::string& client, Subscription s) {
+  if (const Subscription* same = find(client, s))
+    return *same;
   s.id = "sub-" + std::to_string(nextId_++);
   auto& list = byClient_[client];
   list.push_back(std::move(s));
   return list.back();
+}
+
+const Subscription* Subscriptions::find(const std::string& client, const Subscription& s) const {
+  auto it = byClient_.find(client);
+  if (it == byClient_.end())
+    return nullptr;
+  for (const auto& have : it->second)
+    if (have.endpointId == s.endpointId && have.groupId == s.groupId && typeSet(have) == typeSet(s))
+      return &have;
+  return nullptr;
 }
 
 int Subscriptions::remove(const std::string& client, const std::string& endpointId,
@@ -61,6 +81,11 @@ int Subscriptions::remove(const std::string& client, const std::string& endpoint
 std::vector<Subscription> Subscriptions::of(const std::string& client) const {
   auto it = byClient_.find(client);
   return it == byClient_.end() ? std::vector<Subscription>{} : it->second;
+}
+
+size_t Subscriptions::count(const std::string& client) const {
+  auto it = byClient_.find(client);
+  return it == byClient_.end() ? 0 : it->second.size();
 }
 
 std::set<std::string> Subscriptions::subscribers(const Home& home,

@@ -31,22 +31,35 @@ struct Subscription {
   std::vector<EventTypeRef> eventTypes;  // empty: every event
 };
 
+// Subscriptions per client name unless ornsim is told otherwise.
+constexpr int kDefaultMaxSubscriptions = 256;
+
 // Subscriptions outlive connections: a later client with the same name inherits
 // them.
 class Subscriptions {
  public:
-  // Stores s for `client` and returns it with its new id.
+  explicit Subscriptions(int maxPerClient = kDefaultMaxSubscriptions)
+      : maxPerClient_(maxPerClient) {}
+
+  // Stores s for `client` and returns it with its new id; when the client already
+  // has one with the same target and event types, returns that one instead.
   const Subscription& add(const std::string& client, Subscription s);
+  // The client's subscription with the same target and event types as s, or null.
+  const Subscription* find(const std::string& client, const Subscription& s) const;
+  // How many subscriptions one client may hold; add() leaves enforcing it to its caller.
+  int maxPerClient() const { return maxPerClient_; }
   // Removes the client's subscriptions on this endpoint or group; returns how
   // many.
   int remove(const std::string& client, const std::string& endpointId, const std::string& groupId);
   std::vector<Subscription> of(const std::string& client) const;
+  size_t count(const std::string& client) const;
   // Names of the clients that have a subscription matching `change`.
   std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
 
  private:
   std::map<std::string, std::vector<Subscription>> byClient_;
   int nextId_ = 1;
+  int maxPerClient_;
 };
 
 }  // namespace ornsim

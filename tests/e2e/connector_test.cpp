@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -12,6 +13,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -201,14 +203,31 @@ std::string readFrame(int fd) {
   return body;
 }
 
+// A blocking connection whose reads give up after kWait, so a service that
+// never closes fails the test instead of hanging it.
 int rawConnect(const std::string& path) {
   sockaddr_un addr;
   int fd = unixSocket(path, &addr);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+  const timeval wait{static_cast<time_t>(std::chrono::seconds(kWait).count()), 0};
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+      setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
     close(fd);
     return -1;
   }
   return fd;
+}
+
+// Reads frames until the response to request `id`; false if the stream ends first.
+bool answered(int fd, const std::string& id) {
+  for (std::string f = readFrame(fd); !f.empty(); f = readFrame(fd))
+    if (f.find("\"requestId\":\"" + id + "\"") != std::string::npos)
+      return true;
+  return false;
+}
+
+std::string ask(const std::string& id, const std::string& payload = "") {
+  return frame(R"({"kind":"request","requestId":")" + id + R"(","requestType":1,"payload":")" +
+               payload + "\"}");
 }
 
 TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
@@ -350,6 +369,7 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
       {"unknown kind", frame(R"({"kind":"shout"})")},
       {"client sends a response",
        frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+      {"no answer fits a frame", ask(std::string((1u << 20) - 100, 'i'))},
   };
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -456,24 +476,122 @@ TEST(Connector, HundredClientsAtOnce) {
 }
 
 TEST(Connector, ServiceCutsOffAClientThatDoesNotRead) {
-  orntest::Ornsim sim;
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  auto good = connectTo(sim.socketPath(), "good");
-  ASSERT_TRUE(good);
-  int fd = rawConnect(sim.socketPath());
-  ASSERT_GE(fd, 0);
-  // Each answer is about a kilobyte; 20000 unread answers overflow what ornsim
-  // will queue.
-  std::string burst;
-  const std::string one =
-      frame(std::string(R"({"kind":"request","requestId":"x","requestType":1,"payload":")") +
-            R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}}"})");
-  for (int i = 0; i < 20000; ++i)
-    burst += one;
-  sendAll(fd, burst);  // may fail part-way once ornsim has cut us off
-  EXPECT_TRUE(readsUntilClosed(fd));
-  close(fd);
-  EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
+  // Each answer is about a kilobyte: 20000 unread ones overflow what ornsim
+  // queues for one client, 2000 what a small budget lets it queue for all.
+  static const struct {
+    std::vector<std::string> args;
+    int requests;
+  } kCases[] = {{{}, 20000}, {{"--frame-budget", "65536"}, 2000}};
+  for (const auto& c : kCases) {
+    orntest::Ornsim sim(c.args);
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    auto good = connectTo(sim.socketPath(), "good");
+    ASSERT_TRUE(good);
+    int fd = rawConnect(sim.socketPath());
+    ASSERT_GE(fd, 0);
+    std::string burst;
+    const std::string one =
+        ask("x", R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}})");
+    for (int i = 0; i < c.requests; ++i)
+      burst += one;
+    sendAll(fd, burst);  // may fail part-way once ornsim has cut us off
+    EXPECT_TRUE(readsUntilClosed(fd)) << c.requests;
+    close(fd);
+    EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
+  }
+}
+
+TEST(Ornsim, ClosesConnectionsPastItsLimits) {
+  // A 10 KB request, cut: a partly received frame of 9000 bytes.
+  const std::string big = ask("big", std::string(10000, ' '));
+  const std::string part = big.substr(0, 9000);
+  static const struct {
+    std::vector<std::string> args;
+    std::string holds;  // sent with a first request by a client within the limit
+    std::string victimSends;
+    bool greeted;  // whether the victim gets event 20 before it is closed
+    const char* logged;
+  } kCases[] = {
+      {{"--max-connections", "1"}, "", "", false, "refusing a client: at the connection limit (1)"},
+      {{"--frame-budget", "15000"}, part, part, true, "would pass the frame budget"},
+      {{"--frame-timeout-ms", "100"}, "", part, true, "stalled in the middle of a frame"},
+  };
+  for (const auto& c : kCases) {
+    orntest::Ornsim sim(c.args);
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    int holder = rawConnect(sim.socketPath());
+    // One write, so ornsim holds the part by the time it answers the request.
+    ASSERT_TRUE(holder >= 0 && sendAll(holder, ask("first") + c.holds) &&
+                answered(holder, "first"));
+    int victim = rawConnect(sim.socketPath());
+    ASSERT_GE(victim, 0) << c.logged;
+    EXPECT_EQ(readFrame(victim).find("\"eventType\":20") != std::string::npos, c.greeted)
+        << c.logged;
+    sendAll(victim, c.victimSends);
+    EXPECT_TRUE(readsUntilClosed(victim)) << c.logged;
+    close(victim);
+    ASSERT_TRUE(sendAll(holder, big.substr(c.holds.size()) + ask("last")));
+    EXPECT_TRUE(answered(holder, "last")) << c.logged;
+    close(holder);
+    std::ifstream log(sim.dir().file("ornsim.stderr"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(log), {}).find(c.logged),
+              std::string::npos);
+  }
+}
+
+TEST(Ornsim, WaitsForAFreeDescriptorWithOneLogLine) {
+  orntest::TempDir dir;
+  const std::string path = dir.file("s.sock");
+  orntest::LiveProcess sim(orntest::ornsimPath(), {"--socket", path});
+  ASSERT_TRUE(sim.waitForOut("ready"));
+  int first = rawConnect(path);
+  ucred peer{};
+  socklen_t size = sizeof(peer);
+  ASSERT_TRUE(first >= 0 && !readFrame(first).empty() &&
+              getsockopt(first, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0);
+  // Limit ornsim to the descriptors it holds: accepting fails until `first` closes.
+  std::set<int> open;
+  for (const auto& e :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(peer.pid) + "/fd"))
+    open.insert(std::stoi(e.path().filename().string()));
+  rlimit limit{};
+  ASSERT_EQ(prlimit(peer.pid, RLIMIT_NOFILE, nullptr, &limit), 0);
+  limit.rlim_cur = 0;
+  while (open.count(static_cast<int>(limit.rlim_cur)) != 0)
+    ++limit.rlim_cur;
+  ASSERT_EQ(prlimit(peer.pid, RLIMIT_NOFILE, &limit, nullptr), 0);
+  int second = rawConnect(path);
+  ASSERT_GE(second, 0);
+  const std::string logged = "accept: Too many open files; retrying when a connection closes";
+  ASSERT_TRUE(sim.waitForErr(logged));
+  close(first);
+  EXPECT_NE(readFrame(second).find("\"eventType\":20"), std::string::npos);
+  close(second);
+  // Only what is already written counts: a zero wait looks without waiting.
+  EXPECT_FALSE(sim.waitForErr("accept:", sim.err().find(logged) + 1, std::chrono::milliseconds(0)))
+      << sim.err();
+}
+
+TEST(Ornsim, OwnsItsSocketByALock) {
+  orntest::Ornsim first;
+  ASSERT_TRUE(first.ok()) << first.error();
+  const std::string path = first.socketPath();
+  // Stopped, and its socket file gone: the path is still taken.
+  ASSERT_EQ(kill(first.pid(), SIGSTOP), 0);
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  auto second = orntest::runProcess(orntest::ornsimPath(), {"--socket", path});
+  EXPECT_EQ(second.exitCode, 2);
+  EXPECT_NE(second.err.find("another ornsim serves " + path + ": it holds " + path + ".lock"),
+            std::string::npos)
+      << second.err;
+  // A socket put there by someone else outlives the first ornsim.
+  sockaddr_un addr;
+  int other = unixSocket(path, &addr);
+  ASSERT_EQ(bind(other, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  ASSERT_EQ(kill(first.pid(), SIGCONT), 0);
+  EXPECT_EQ(first.stop(), 0);
+  EXPECT_EQ(access(path.c_str(), F_OK), 0);
+  close(other);
 }
 
 TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
@@ -489,6 +607,7 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
     EXPECT_TRUE(c->handler->waitEvents(22)) << sig;
     EXPECT_EQ(sim.stop(), 0) << sig;
     EXPECT_NE(access(sim.socketPath().c_str(), F_OK), 0) << sig;
+    EXPECT_NE(access((sim.socketPath() + ".lock").c_str(), F_OK), 0) << sig;
   }
 }
 
