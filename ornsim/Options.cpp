@@ -53,8 +53,16 @@ bool parseEmit(const std::string& text, Options* o) {
 bool parseOptions(int argc, const char* const* argv, Options* o, std::string* err) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (arg == "--help") {
+    if (arg == "--help" || arg == "-h") {
       o->help = true;
+      continue;
+    }
+    if (arg == "--version") {
+      o->version = true;
+      continue;
+    }
+    if (arg == "-v" || arg == "--verbose") {
+      o->verbose = true;
       continue;
     }
     if (arg == "--no-register") {
@@ -66,7 +74,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       continue;
     }
     static const char* const kWithValue[] = {"--socket", "--home", "--record", "--respond",
-                                             "--emit"};
+                                             "--emit",   "--fault", "--state"};
     // Whole numbers, each with its least value.
     static const struct {
       const char* name;
@@ -96,6 +104,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
     }
     const std::string value = argv[++i];
     bool ok = true;
+    std::string why;
     if (arg == "--socket")
       o->socketPath = value;
     else if (arg == "--home")
@@ -106,10 +115,14 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       ok = parseInt(value, number->minValue, &(o->*number->field));
     else if (arg == "--respond")
       ok = parseRespond(value, o);
+    else if (arg == "--state")
+      o->stateFile = value;
+    else if (arg == "--fault")
+      ok = parseFault(value, 0, &o->faults.emplace_back(), &why);
     else
       ok = parseEmit(value, o);
     if (!ok) {
-      *err = "bad value for " + arg + ": \"" + value + "\"";
+      *err = "bad value for " + arg + ": \"" + value + "\"" + (why.empty() ? "" : "; " + why);
       return false;
     }
   }
@@ -134,6 +147,12 @@ Simulates the device-control service on a QIPC Unix-domain socket.
   --emit TYPE:DELAY_MS:PAYLOAD
                             DELAY_MS after each client's registration, send it an event of
                             TYPE with the text PAYLOAD (may be empty); repeatable
+  --fault TARGET,ACTION     answer matching requests wrongly on purpose; repeatable, the
+                            first that applies wins. TARGET: path:PATH (a trailing * makes
+                            it a prefix), endpoint:ID (by either id, or a group holding it),
+                            request:N (the Nth request since the start). ACTION:
+                            respond:CODE:DATA (the home is not touched), delay:MS, silence
+  --state FILE              keep device state and subscriptions in FILE across restarts
   --max-connections N       close at once any connection beyond N open ones (default 256)
   --frame-budget BYTES      across all connections, hold at most BYTES of partly received
                             frames and BYTES of unsent ones; the connection that would pass
@@ -142,13 +161,18 @@ Simulates the device-control service on a QIPC Unix-domain socket.
                             its first byte (default 10000)
   --max-subscriptions N     subscriptions per client name (default 256); beyond that, or
                             past 256 KiB of listing, a create fails with 400
-  --help                    show this text
+  -v, --verbose             log one line per request on stderr
+  -h, --help                show this text
+  --version                 show the version
 
-Prints "ready <socket path>" on stdout once it accepts connections.
+Prints "ready <socket path>" on stdout once it accepts connections. Paths under /sim/
+(GET /sim/groups, /sim/subscriptions, /sim/faults; POST /sim/endpoints[/ID[/remove]],
+/sim/events, /sim/faults[/clear]) control the simulator; see docs/ornsim.md.
 While it runs it holds a lock on "<socket path>.lock"; another ornsim on the same path fails.
 SIGINT or SIGTERM stop it with status 0 and remove the socket and the lock file, each only if
 it is still its own.
-Exit status 2: bad command line, bad home file, the lock is held, or the socket cannot be set up.
+Exit status 2: bad command line, bad home or state file, the lock is held, or the socket
+cannot be set up.
 )";
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Faults.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
@@ -31,7 +32,11 @@ struct Options {
   int frameBudget = 64 << 20;  // bytes, for partly received and for unsent frames
   int frameTimeoutMs = 10000;  // from a frame's first byte to its last
   int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
+  std::vector<Fault> faults;  // --fault, in order: the first that applies wins
+  std::string stateFile;      // empty: state lives in memory only
+  bool verbose = false;       // the traffic log on stderr
   bool help = false;
+  bool version = false;
 };
 
 // Parses argv[1..]; returns false and sets *err on an unknown option or a bad

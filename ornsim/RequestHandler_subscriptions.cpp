@@ -4,13 +4,8 @@
 #include "RequestHandlerInternal.h"
 
 namespace ornsim {
-namespace {
 
 using rapidjson::Value;
-
-// A client's "get" answer stays below this, so that, escaped into a response,
-// it always fits in one frame.
-constexpr size_t kMaxListingBytes = 256u << 10;
 
 void writeSubscription(JsonWriter& w, const Subscription& s) {
   w.StartObject();
@@ -71,28 +66,30 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
   return true;
 }
 
-// Whether `client` may hold `given` on top of what it has: repeats of a held
-// subscription take no room.
 bool roomFor(const Subscriptions& subs, const std::string& client,
              const std::vector<Subscription>& given) {
-  Subscriptions added;  // each new one once
+  Subscriptions added(subs.maxPerClient());  // each new one once
+  const size_t limit = static_cast<size_t>(subs.maxPerClient());
   for (const auto& s : given) {
     if (subs.find(client, s) == nullptr)
       added.add(client, s);
-    if (subs.count(client) + added.count(client) > static_cast<size_t>(subs.maxPerClient()))
+    if (subs.count(client) + added.count(client) > limit)
       return false;
   }
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartArray();
-  for (const auto* list : {&subs, &added})
+  for (const Subscriptions* list : {&subs, static_cast<const Subscriptions*>(&added)})
     for (const auto& s : list->of(client))
       writeSubscription(w, s);
   w.EndArray();
   return buf.GetSize() <= kMaxListingBytes;
 }
 
-}  // namespace
+std::string tooManySubscriptions(const Subscriptions& subs) {
+  return "a client holds at most " + std::to_string(subs.maxPerClient()) +
+         " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) + " bytes";
+}
 
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
                          const Value& doc) {
@@ -122,10 +119,7 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
     }
   // All or nothing, like an unknown endpoint.
   if (operation == "create" && !roomFor(subs, client, given))
-    return fail(400, "too_many_subscriptions",
-                "a client holds at most " + std::to_string(subs.maxPerClient()) +
-                    " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) +
-                    " bytes");
+    return fail(400, "too_many_subscriptions", tooManySubscriptions(subs));
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();

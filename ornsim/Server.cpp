@@ -285,23 +285,19 @@ class Server::Session : public std::enable_shared_from_this<Session> {
     if (m.kind != MessageKind::kRequest)
       return false;
     server_.record(requestRecord(name_, m));
-    if (o.noResponse)
+    Simulation::Outcome out = server_.simulation_.serve(name_, m.type, m.text);
+    int events = out.eventsSent;
+    for (const auto& change : out.changes)
+      events += server_.publish(change);
+    server_.simulation_.log(name_, m.type, out, events);
+    if (!out.answer)
       return true;
     Message response;
     response.kind = MessageKind::kResponse;
     response.id = m.id;
-    if (o.respond) {
-      response.code = o.respondCode;
-      response.text = o.respondData;
-    } else {
-      HandlerResult result =
-          handleRequest(server_.home_, server_.subscriptions_, name_, m.type, m.text);
-      response.code = result.code;
-      response.text = std::move(result.data);
-      for (const auto& change : result.changes)
-        server_.publish(change);
-    }
-    sendLater(o.responseDelayMs, std::move(response));
+    response.code = out.code;
+    response.text = std::move(out.data);
+    sendLater(out.delayMs, std::move(response));
     return true;
   }
 
@@ -344,6 +340,10 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
       options_(options),
       home_(std::move(home)),
       subscriptions_(options.maxSubscriptions),
+      simulation_(options, home_, subscriptions_,
+                  [this](const std::string& client, int type, const std::string& payload) {
+                    return sendEvent(client, type, payload);
+                  }),
       acceptor_(io),
       acceptRetry_(io),
       acceptPause_(kFirstAcceptPause) {}
@@ -366,7 +366,8 @@ bool Server::start(const std::string& path, std::string* err) {
       return false;
     }
   }
-  if (!lock(path, err))
+  // The lock first: a second ornsim must not touch the state file or the socket.
+  if (!lock(path, err) || !simulation_.start(err))
     return false;
   // With the lock held, a socket file at the path was left by an ornsim that died.
   struct stat st;
@@ -506,16 +507,28 @@ void Server::record(const std::string& line) {
   fflush(record_);
 }
 
-void Server::publish(const StateChange& change) {
+int Server::publish(const StateChange& change) {
   const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
   if (clients.empty())
-    return;
+    return 0;
   Message m = event(kStateChangeEvent, stateChangePayload(change));
   // Copy: a send may cut a slow client off and erase it from sessions_.
   const auto sessions = sessions_;
+  int sent = 0;
   for (const auto& s : sessions)
     if (s->registered() && clients.count(s->name()) != 0)
-      s->send(m);
+      sent += (s->send(m), 1);
+  return sent;
+}
+
+int Server::sendEvent(const std::string& client, int type, const std::string& payload) {
+  const Message m = event(type, payload);
+  const auto sessions = sessions_;
+  int sent = 0;
+  for (const auto& s : sessions)
+    if (s->registered() && (client.empty() || s->name() == client))
+      sent += (s->send(m), 1);
+  return sent;
 }
 
 }  // namespace ornsim

@@ -14,6 +14,7 @@
 
 #include "Home.h"
 #include "Options.h"
+#include "Simulation.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
@@ -45,13 +46,17 @@ class Server {
   void retryAcceptLater(const asio::error_code& ec);
   void connectionClosed();
   void record(const std::string& line);
-  // Sends a state-change event to every session whose client subscribed to it.
-  void publish(const StateChange& change);
+  // Sends a state-change event to every session whose client subscribed to it;
+  // returns how many got it.
+  int publish(const StateChange& change);
+  // Sends an event to the registered sessions of `client` (all when empty).
+  int sendEvent(const std::string& client, int type, const std::string& payload);
 
   asio::io_context& io_;
   const Options& options_;
   Home home_;
   Subscriptions subscriptions_;
+  Simulation simulation_;
   asio::local::stream_protocol::acceptor acceptor_;
   asio::steady_timer acceptRetry_;
   std::chrono::milliseconds acceptPause_;

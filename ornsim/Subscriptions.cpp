@@ -2,6 +2,8 @@
 #include "Subscriptions.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 
 namespace ornsim {
 namespace {
@@ -34,12 +36,24 @@ bool covers(const Home& home, const Subscription& s, const StateChange& change) 
   return false;
 }
 
-// Event types compare as a set: order and repeats do not make a subscription new.
-std::set<std::pair<std::string, std::string>> typeSet(const Subscription& s) {
+// Equal for subscriptions with the same target and the same set of event types
+// (order and repeats do not make a subscription new). Each part is length-prefixed,
+// so no text can pass for two.
+std::string sameKey(const Subscription& s) {
   std::set<std::pair<std::string, std::string>> types;
   for (const auto& t : s.eventTypes)
     types.emplace(t.nameSpace, t.name);
-  return types;
+  std::string key;
+  auto put = [&key](const std::string& part) {
+    key += std::to_string(part.size()) + ':' + part;
+  };
+  put(s.endpointId);
+  put(s.groupId);
+  for (const auto& [nameSpace, name] : types) {
+    put(nameSpace);
+    put(name);
+  }
+  return key;
 }
 
 }  // namespace
@@ -49,18 +63,25 @@ const Subscription& Subscriptions::add(const std::string& client, Subscription s
     return *same;
   s.id = "sub-" + std::to_string(nextId_++);
   auto& list = byClient_[client];
+  positions_[client].emplace(sameKey(s), list.size());
   list.push_back(std::move(s));
   return list.back();
 }
 
 const Subscription* Subscriptions::find(const std::string& client, const Subscription& s) const {
-  auto it = byClient_.find(client);
-  if (it == byClient_.end())
+  auto it = positions_.find(client);
+  if (it == positions_.end())
     return nullptr;
-  for (const auto& have : it->second)
-    if (have.endpointId == s.endpointId && have.groupId == s.groupId && typeSet(have) == typeSet(s))
-      return &have;
-  return nullptr;
+  auto at = it->second.find(sameKey(s));
+  return at == it->second.end() ? nullptr : &byClient_.at(client)[at->second];
+}
+
+void Subscriptions::index(const std::string& client) {
+  auto& positions = positions_[client];
+  positions.clear();
+  const auto& list = byClient_[client];
+  for (size_t i = 0; i < list.size(); ++i)
+    positions.emplace(sameKey(list[i]), i);
 }
 
 int Subscriptions::remove(const std::string& client, const std::string& endpointId,
@@ -75,7 +96,21 @@ int Subscriptions::remove(const std::string& client, const std::string& endpoint
                               return s.endpointId == endpointId && s.groupId == groupId;
                             }),
              list.end());
+  if (list.size() != before)
+    index(client);
   return static_cast<int>(before - list.size());
+}
+
+void Subscriptions::restore(const std::string& client, Subscription s) {
+  const char* digits = s.id.c_str() + (s.id.rfind("sub-", 0) == 0 ? 4 : s.id.size());
+  const long n = std::strtol(digits, nullptr, 10);
+  if (n >= nextId_ && n < INT_MAX)
+    nextId_ = static_cast<int>(n) + 1;
+  if (find(client, s) != nullptr)
+    return;
+  auto& list = byClient_[client];
+  positions_[client].emplace(sameKey(s), list.size());
+  list.push_back(std::move(s));
 }
 
 std::vector<Subscription> Subscriptions::of(const std::string& client) const {
