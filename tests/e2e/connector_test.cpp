@@ -705,7 +705,9 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
   const std::vector<std::vector<std::string>> kRuns[] = {
       {{"power", "turnOff", "--endpoints", "ep-kitchen"},
        {"subscribe", "create", "--endpoint", "ep-kitchen", "--events", "ns:n"}},
+      // The repeat answers with the restored id, so ep-desk gets sub-2.
       {{"state", "get", "--endpoint", "ep-kitchen", "--feature", "power"},
+       {"subscribe", "create", "--endpoint", "ep-kitchen", "--events", "ns:n"},
        {"subscribe", "create", "--endpoint", "ep-desk", "--events", "ns:n"},
        {"subscribe", "list"}},
   };
@@ -728,6 +730,12 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
       std::string::npos)
       << out;
   EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
+  // Two saved subscriptions are more than a client may hold here.
+  auto capped = orntest::runProcess(orntest::ornsimPath(), {"--socket", dir.file("s"), "--state",
+                                                            state, "--max-subscriptions", "1"});
+  EXPECT_EQ(capped.exitCode, 2);
+  EXPECT_NE(capped.err.find("too many subscriptions for \"ORNCLI-cmd\""), std::string::npos)
+      << capped.err;
 }
 
 }  // namespace
