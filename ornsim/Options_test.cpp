@@ -67,13 +67,6 @@ TEST(Options, ParsesFaultInjection) {
   EXPECT_EQ(faultText(o.faults[1]), "request:2,delay:0");
   EXPECT_EQ(o.stateFile, "st");
   EXPECT_TRUE(o.verbose && o.help && o.version);
-  ASSERT_TRUE(parse({"--max-connections", "2", "--frame-budget", "4096", "--frame-timeout-ms", "50",
-                     "--max-subscriptions", "3"},
-                    &o, &err));
-  EXPECT_EQ(o.maxConnections, 2);
-  EXPECT_EQ(o.frameBudget, 4096);
-  EXPECT_EQ(o.frameTimeoutMs, 50);
-  EXPECT_EQ(o.maxSubscriptions, 3);
 }
 
 TEST(Options, RejectsBadCommandLines) {
