@@ -73,7 +73,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       o->noResponse = true;
       continue;
     }
-    static const char* const kWithValue[] = {"--socket", "--home", "--record", "--respond",
+    static const char* const kWithValue[] = {"--socket", "--home",  "--record", "--respond",
                                              "--emit",   "--fault", "--state"};
     // Whole numbers, each with its least value.
     static const struct {

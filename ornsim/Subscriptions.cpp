@@ -44,9 +44,7 @@ std::string sameKey(const Subscription& s) {
   for (const auto& t : s.eventTypes)
     types.emplace(t.nameSpace, t.name);
   std::string key;
-  auto put = [&key](const std::string& part) {
-    key += std::to_string(part.size()) + ':' + part;
-  };
+  auto put = [&key](const std::string& part) { key += std::to_string(part.size()) + ':' + part; };
   put(s.endpointId);
   put(s.groupId);
   for (const auto& [nameSpace, name] : types) {
