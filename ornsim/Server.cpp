@@ -359,6 +359,9 @@ Server::~Server() {
 }
 
 bool Server::start(const std::string& path, std::string* err) {
+  // The lock first: a second ornsim must touch neither the socket nor the files.
+  if (!lock(path, err))
+    return false;
   if (!options_.recordFile.empty()) {
     record_ = fopen(options_.recordFile.c_str(), "a");
     if (record_ == nullptr) {
@@ -366,8 +369,7 @@ bool Server::start(const std::string& path, std::string* err) {
       return false;
     }
   }
-  // The lock first: a second ornsim must not touch the state file or the socket.
-  if (!lock(path, err) || !simulation_.start(err))
+  if (!simulation_.start(err))
     return false;
   // With the lock held, a socket file at the path was left by an ornsim that died.
   struct stat st;
