@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "JsonDocBuilder.h"
 #include "Serialize.h"
 
 namespace zedLocalUtil {
@@ -37,40 +36,6 @@ TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
     c.fill(b);
     EXPECT_EQ(c.want, serialize(b.value())) << c.name;
   }
-}
-
-TEST(JsonValueBuilder, HandingOnMovesAndLeavesNull) {
-  JsonDocument doc;
-  JsonValueBuilder root(doc.GetAllocator());
-  JsonValueBuilder list(doc.GetAllocator(), true);
-  EXPECT_EQ("[]", serialize(list.value()));
-
-  JsonValueBuilder item(doc.GetAllocator());
-  item.set("id", std::string("e1"));
-  list.add(item);
-  EXPECT_TRUE(item.value().IsNull());
-
-  JsonValue raw(rapidjson::kArrayType);
-  raw.PushBack(1, doc.GetAllocator());
-  root.set("list", list).set("raw", raw);
-  EXPECT_TRUE(list.value().IsNull());
-  EXPECT_TRUE(raw.IsNull());
-  EXPECT_EQ(R"({"list":[{"id":"e1"}],"raw":[1]})", serialize(root.value()));
-}
-
-TEST(JsonDocBuilder, SetsAppendToTheRoot) {
-  JsonDocBuilder doc;
-  EXPECT_EQ("{}", serialize(doc.root()));
-
-  JsonValueBuilder payload(doc.allocator());
-  payload.set("brightness", 40);
-  doc.set("a", std::string("x")).set("directivePayload", payload).set("a", std::string("y"));
-  EXPECT_TRUE(payload.value().IsNull());
-  EXPECT_EQ(R"({"a":"x","directivePayload":{"brightness":40},"a":"y"})", serialize(doc.root()));
-
-  doc.withHelper([](JsonValueBuilder& b) { b.set("n", 1.5); });
-  EXPECT_EQ(R"({"a":"x","directivePayload":{"brightness":40},"a":"y","n":1.5})",
-            serialize(doc.root()));
 }
 
 }  // namespace

@@ -379,13 +379,5 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   }
 }
 
-TEST(RequestHandler, StateChangePayloadCarriesTheValueAsJson) {
-  StateChange c{"e", "p", "Corva.Endpoint.Feature.Color", "Property.Color.Change",
-                R"({"hue":1.0})"};
-  EXPECT_EQ(
-      stateChangePayload(c),
-      R"({"entityId":"e","endpointId":"p","namespace":"Corva.Endpoint.Feature.Color","name":"Property.Color.Change","value":{"hue":1.0}})");
-}
-
 }  // namespace
 }  // namespace ornsim

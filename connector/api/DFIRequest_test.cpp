@@ -37,15 +37,6 @@ TEST(DFIRequest, JsonText) {
 }
 
 // Filled requests are pinned by the dfi and state report end-to-end cases.
-TEST(DFIRequest, StringsEndAtTheirFirstNul) {
-  DFIRequest r;
-  r.name = "a\"b";
-  r.friendlyName = std::string("My Light\0hidden", 15);
-  EXPECT_EQ(R"({"header":{"namespace":"","name":"a\"b","payloadVersion":""},)"
-            R"("endpoint":{"entityId":"","endpointId":"","friendlyName":"My Light"}})",
-            r.toJsonString());
-}
-
 TEST(DFIRequestBuilder, AppendsToTheParentPayloadInOrder) {
   ORNRequestBuilder parent;
   DFIRequestBuilder first(&parent);

@@ -34,17 +34,6 @@ TEST(QFIRequest, JsonText) {
   }
 }
 
-TEST(QFIRequest, FromPathCopiesThePath) {
-  QfiPath path = QfiPath::batchDirective("brightness", "setBrightness");
-  auto r = QFIRequest::fromPath(path, QFIRequest::POST, "{}");
-  EXPECT_EQ("/v2/endpoints/batch/interfaces/brightness/setBrightness/", r->path);
-  EXPECT_EQ(QFIRequest::POST, r->method);
-  EXPECT_EQ("{}", r->requestBody);
-  EXPECT_EQ("setBrightness", r->qfiPath.directiveName);
-  EXPECT_TRUE(r->madeFromPath);
-  EXPECT_FALSE(QFIRequest().madeFromPath);
-}
-
 }  // namespace
 }  // namespace api
 }  // namespace ornConnector
