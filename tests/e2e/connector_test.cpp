@@ -554,14 +554,10 @@ TEST(Ornsim, WaitsForAFreeDescriptorWithOneLogLine) {
   int first = rawConnect(path);
   ASSERT_TRUE(first >= 0 && !readFrame(first).empty());
   // Limit ornsim to the descriptors it holds: accepting fails until `first` closes.
-  std::set<int> open;
-  for (const auto& e :
-       std::filesystem::directory_iterator("/proc/" + std::to_string(sim.pid()) + "/fd"))
-    open.insert(std::stoi(e.path().filename().string()));
+  const std::string fds = "/proc/" + std::to_string(sim.pid()) + "/fd/";
   rlimit limit{};
   ASSERT_EQ(prlimit(sim.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
-  limit.rlim_cur = 0;
-  while (open.count(static_cast<int>(limit.rlim_cur)) != 0)
+  for (limit.rlim_cur = 0; std::filesystem::is_symlink(fds + std::to_string(limit.rlim_cur));)
     ++limit.rlim_cur;
   ASSERT_EQ(prlimit(sim.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
   int second = rawConnect(path);
