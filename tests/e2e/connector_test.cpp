@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -152,6 +155,8 @@ class FakeService {
   bool ok() const { return ok_; }
   const std::string& path() const { return path_; }
   int accept() { return ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC); }
+  // Makes a blocked accept() fail.
+  void stop() { shutdown(fd_, SHUT_RDWR); }
 
  private:
   orntest::TempDir dir_;
@@ -200,6 +205,9 @@ std::string readFrame(int fd) {
     return "";
   return body;
 }
+
+const std::string kConnectedEvent =
+    frame(R"({"kind":"event","eventType":20,"payload":"{\"status\":\"CONNECTED\"}"})");
 
 int rawConnect(const std::string& path) {
   sockaddr_un addr;
@@ -391,10 +399,15 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
     EXPECT_TRUE(readsUntilClosed(fd)) << k.name;
     close(fd);
   }
-  // After all that, a well-behaved service still gets the registration.
+  // After all that, a well-behaved service still gets the registration, once it
+  // reports connected: the request sent meanwhile comes first.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
   ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
+  ASSERT_TRUE(c.handler->waitEvents(20));
+  ASSERT_TRUE(c.client->sendAsyncRequest(request(*c.client, 1, kDevices)));
+  EXPECT_NE(readFrame(fd).find(R"({"kind":"request")"), std::string::npos);
+  ASSERT_TRUE(sendAll(fd, kConnectedEvent));
   EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
   close(fd);
 }
@@ -552,6 +565,112 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   ASSERT_TRUE(r);
   EXPECT_EQ(r->responseCode, 500);
   EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
+}
+
+// Drops every callback: a flood must not fill the test's memory.
+struct Deaf : IORNEventHandler {
+  void onResponse(std::shared_ptr<ORNResponse>) noexcept override {}
+  void onEvent(std::shared_ptr<ORNEvent>) noexcept override {}
+};
+
+// Destroys the client on another thread; false when that has not returned by
+// the deadline.
+bool destroyedInTime(std::unique_ptr<ORNClient> client) {
+  auto done = std::make_shared<std::promise<void>>();
+  auto destroyed = done->get_future();
+  std::thread([c = std::move(client), done]() mutable {
+    c.reset();
+    done->set_value();
+  }).detach();
+  return destroyed.wait_until(Clock::now() + kWait) == std::future_status::ready;
+}
+
+TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
+  for (bool serviceReads : {true, false}) {
+    FakeService fake;
+    ASSERT_TRUE(fake.ok());
+    useSocket(fake.path());
+    auto client = std::make_unique<ORNClient>();
+    ASSERT_TRUE(client->initialize(std::make_shared<Deaf>(), ConnectorType::kLocalService, "t"));
+    int fd = fake.accept();
+    ASSERT_GE(fd, 0);
+    std::string flood;
+    for (int i = 0; i < 1000; ++i)
+      flood += frame(R"({"kind":"event","eventType":21,"payload":""})");
+    std::thread flooder([&] {
+      for (bool ok = sendAll(fd, kConnectedEvent); ok;)
+        ok = sendAll(fd, flood);
+    });
+    EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
+    // A service that stops reading leaves a request bigger than the socket's
+    // buffer half written.
+    auto req = request(*client, 1, serviceReads ? kDevices : std::string(900000, 'x'));
+    ASSERT_TRUE(client->sendAsyncRequest(req));
+    if (serviceReads) {
+      EXPECT_NE(readFrame(fd).find(req->requestId), std::string::npos);
+    }
+    ASSERT_TRUE(destroyedInTime(std::move(client))) << serviceReads;
+    flooder.join();
+    close(fd);
+  }
+}
+
+std::vector<int> retryDelays(const std::string& debugText) {
+  std::vector<int> ms;
+  const std::string key = "retrying in ";
+  for (size_t at = debugText.find(key); at != std::string::npos; at = debugText.find(key, at + 1))
+    ms.push_back(atoi(debugText.c_str() + at + key.size()));
+  return ms;
+}
+
+TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnce) {
+  FakeService fake;
+  ASSERT_TRUE(fake.ok());
+  std::thread dropper([&] {
+    for (int fd; (fd = fake.accept()) >= 0;)
+      close(fd);
+  });
+  orntest::RunOptions debug;
+  debug.env = {{"ORN_QIPC_DEBUG", "1"}};
+  auto run = orntest::runOrncli(fake.path(), {"--connect-timeout", "2", "devices"}, debug);
+  fake.stop();
+  dropper.join();
+  EXPECT_EQ(run.exitCode, 2);
+  auto delays = retryDelays(run.err);
+  ASSERT_GE(delays.size(), 6u) << run.err;
+  delays.resize(6);
+  EXPECT_EQ(delays, (std::vector<int>{10, 20, 40, 80, 160, 250})) << run.err;
+}
+
+TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "needs root to run the fake service as another uid";
+  orntest::TempDir dir;
+  sockaddr_un addr;
+  int fd = unixSocket(dir.file("s.sock"), &addr);
+  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  // The credentials a client sees are taken at listen(), after dropping root.
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setresuid(65534, 65534, 65534) != 0 || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 ||
+        listen(fd, 8) != 0)
+      _exit(1);
+    for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c))
+      (void)!sendAll(c, kConnectedEvent);
+    _exit(0);
+  }
+  close(fd);
+  for (const char* serviceUid : {"", "65534"}) {
+    orntest::RunOptions debug;
+    debug.env = {{"ORN_QIPC_DEBUG", "1"}, {"ORN_QIPC_SERVICE_UID", serviceUid}};
+    auto run = orntest::runOrncli(dir.file("s.sock"), {"--connect-timeout", "1", "devices"}, debug);
+    EXPECT_EQ(run.exitCode, 2);
+    const bool refused = *serviceUid == '\0';
+    EXPECT_EQ(run.err.find("peer uid 65534 is neither") != std::string::npos, refused) << run.err;
+    EXPECT_EQ(run.err.find("recv event 20") != std::string::npos, !refused) << run.err;
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
 }
 
 }  // namespace
