@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -572,10 +573,24 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
 }
 
-// Drops every callback: a flood must not fill the test's memory.
-struct Deaf : IORNEventHandler {
+// Plays the service's side of a flood from the client's own callback: each
+// event delivered puts up to two more on the wire, so once the socket holds
+// more than one read's worth the client never finds it drained.
+struct Flood : IORNEventHandler {
+  std::atomic<int> serviceFd{-1};
+  std::promise<void> socketFull;  // set at the first send that finds no room
+  std::atomic<bool> wasFull{false};
   void onResponse(std::shared_ptr<ORNResponse>) noexcept override {}
-  void onEvent(std::shared_ptr<ORNEvent>) noexcept override {}
+  void onEvent(std::shared_ptr<ORNEvent>) noexcept override {
+    static const std::string kEvent =
+        frame(R"({"kind":"event","eventType":21,"payload":")" + std::string(4000, 'x') + "\"}");
+    for (int i = 0; i < 2; ++i)
+      if (send(serviceFd, kEvent.data(), kEvent.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+        if (!wasFull.exchange(true))
+          socketFull.set_value();
+        break;
+      }
+  }
 };
 
 // Destroys the client on another thread; false when that has not returned by
@@ -596,17 +611,17 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
     ASSERT_TRUE(fake.ok());
     useSocket(fake.path());
     auto client = std::make_unique<ORNClient>();
-    ASSERT_TRUE(client->initialize(std::make_shared<Deaf>(), ConnectorType::kLocalService, "t"));
-    int fd = fake.accept();
+    auto flood = std::make_shared<Flood>();
+    ASSERT_TRUE(client->initialize(flood, ConnectorType::kLocalService, "t"));
+    const int fd = flood->serviceFd = fake.accept();
     ASSERT_GE(fd, 0);
-    std::string flood;
-    for (int i = 0; i < 1000; ++i)
-      flood += frame(R"({"kind":"event","eventType":21,"payload":""})");
-    std::thread flooder([&] {
-      for (bool ok = sendAll(fd, kConnectedEvent); ok;)
-        ok = sendAll(fd, flood);
-    });
+    // A client that never writes fails the reads below instead of hanging them.
+    const timeval deadline{std::chrono::seconds(kWait).count(), 0};
+    ASSERT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof(deadline)), 0);
+    ASSERT_TRUE(sendAll(fd, kConnectedEvent));
     EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
+    ASSERT_EQ(flood->socketFull.get_future().wait_until(Clock::now() + kWait),
+              std::future_status::ready);
     // A service that stops reading leaves a request bigger than the socket's
     // buffer half written.
     auto req = request(*client, 1, serviceReads ? kDevices : std::string(900000, 'x'));
@@ -615,7 +630,6 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
       EXPECT_NE(readFrame(fd).find(req->requestId), std::string::npos);
     }
     ASSERT_TRUE(destroyedInTime(std::move(client))) << serviceReads;
-    flooder.join();
     close(fd);
   }
 }
