@@ -642,23 +642,27 @@ std::vector<int> retryDelays(const std::string& debugText) {
   return ms;
 }
 
-TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnce) {
+TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnceAndResetsAfterRegistering) {
   FakeService fake;
   ASSERT_TRUE(fake.ok());
+  // Drops each connection at once, but the fourth after registering the client
+  // and reading its request.
   std::thread dropper([&] {
-    for (int fd; (fd = fake.accept()) >= 0;)
-      close(fd);
+    for (int n = 1, fd; (fd = fake.accept()) >= 0; ++n, close(fd))
+      if (n == 4 && sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
+          sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})")))
+        readFrame(fd);
   });
   orntest::RunOptions debug;
   debug.env = {{"ORN_QIPC_DEBUG", "1"}};
-  auto run = orntest::runOrncli(fake.path(), {"--connect-timeout", "2", "devices"}, debug);
+  auto run = orntest::runOrncli(fake.path(), {"--timeout", "1", "devices"}, debug);
   fake.stop();
   dropper.join();
   EXPECT_EQ(run.exitCode, 2);
   auto delays = retryDelays(run.err);
-  ASSERT_GE(delays.size(), 6u) << run.err;
-  delays.resize(6);
-  EXPECT_EQ(delays, (std::vector<int>{10, 20, 40, 80, 160, 250})) << run.err;
+  ASSERT_GE(delays.size(), 9u) << run.err;
+  delays.resize(9);
+  EXPECT_EQ(delays, (std::vector<int>{10, 20, 40, 10, 20, 40, 80, 160, 250})) << run.err;
 }
 
 TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
@@ -675,18 +679,23 @@ TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
         listen(fd, 8) != 0)
       _exit(1);
     for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c))
-      (void)!sendAll(c, kConnectedEvent);
+      if (sendAll(c, kConnectedEvent) && !readFrame(c).empty() &&
+          sendAll(c, frame(R"({"kind":"event","eventType":23,"payload":""})")))
+        readsUntilClosed(c);
     _exit(0);
   }
   close(fd);
+  // Refused, the client never registers; allowed, its request goes unanswered.
   for (const char* serviceUid : {"", "65534"}) {
-    orntest::RunOptions debug;
-    debug.env = {{"ORN_QIPC_DEBUG", "1"}, {"ORN_QIPC_SERVICE_UID", serviceUid}};
-    auto run = orntest::runOrncli(dir.file("s.sock"), {"--connect-timeout", "1", "devices"}, debug);
-    EXPECT_EQ(run.exitCode, 2);
+    orntest::RunOptions env;
+    env.env = {{"ORN_QIPC_SERVICE_UID", serviceUid}};
+    auto run = orntest::runOrncli(dir.file("s.sock"),
+                                  {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
     const bool refused = *serviceUid == '\0';
-    EXPECT_EQ(run.err.find("peer uid 65534 is neither") != std::string::npos, refused) << run.err;
-    EXPECT_EQ(run.err.find("recv event 20") != std::string::npos, !refused) << run.err;
+    EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, refused) << run.err;
+    // The log record says why.
+    EXPECT_EQ(run.err.find("peer uid 65534 is neither ours nor root") != std::string::npos, refused)
+        << run.err;
   }
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
