@@ -87,8 +87,9 @@ uid_t configuredServiceUid() {
 ServiceCheck checkSocketDir(const std::string& path, bool ownerOnly, uid_t serviceUid,
                             std::string* err) {
   const size_t slash = path.rfind('/');
-  const std::string dir =
-      slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+  const std::string dir = slash == std::string::npos ? "."
+                          : slash == 0               ? "/"
+                                                     : path.substr(0, slash);
   struct stat st;
   if (stat(dir.c_str(), &st) != 0) {
     *err = "stat " + dir + ": " + strerror(errno);
