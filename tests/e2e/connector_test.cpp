@@ -210,6 +210,12 @@ std::string readFrame(int fd) {
 const std::string kConnectedEvent =
     frame(R"({"kind":"event","eventType":20,"payload":"{\"status\":\"CONNECTED\"}"})");
 
+// Plays the service's handshake on `fd`; false when the client did not register.
+bool handshake(int fd) {
+  return sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
+         sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})"));
+}
+
 int rawConnect(const std::string& path) {
   sockaddr_un addr;
   int fd = unixSocket(path, &addr);
@@ -596,13 +602,10 @@ struct Flood : IORNEventHandler {
 // Destroys the client on another thread; false when that has not returned by
 // the deadline.
 bool destroyedInTime(std::unique_ptr<ORNClient> client) {
-  auto done = std::make_shared<std::promise<void>>();
-  auto destroyed = done->get_future();
-  std::thread([c = std::move(client), done]() mutable {
-    c.reset();
-    done->set_value();
-  }).detach();
-  return destroyed.wait_until(Clock::now() + kWait) == std::future_status::ready;
+  std::packaged_task<void()> destroy([c = std::move(client)]() mutable { c.reset(); });
+  auto done = destroy.get_future();
+  std::thread(std::move(destroy)).detach();
+  return done.wait_until(Clock::now() + kWait) == std::future_status::ready;
 }
 
 TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
@@ -649,8 +652,7 @@ TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnceAndResetsAfterRegistering)
   // and reading its request.
   std::thread dropper([&] {
     for (int n = 1, fd; (fd = fake.accept()) >= 0; ++n, close(fd))
-      if (n == 4 && sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
-          sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})")))
+      if (n == 4 && handshake(fd))
         readFrame(fd);
   });
   orntest::RunOptions debug;
@@ -679,8 +681,7 @@ TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
         listen(fd, 8) != 0)
       _exit(1);
     for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c))
-      if (sendAll(c, kConnectedEvent) && !readFrame(c).empty() &&
-          sendAll(c, frame(R"({"kind":"event","eventType":23,"payload":""})")))
+      if (handshake(c))
         readsUntilClosed(c);
     _exit(0);
   }

@@ -137,7 +137,8 @@ class ORNClient::Impl {
   int fd_ = -1;
   qipc::FrameDecoder decoder_;
   bool registerSent_ = false;
-  // Registered, or up for kLastingConnection: the back-off starts again.
+  // The service registered us on this connection: after it, the back-off
+  // starts again.
   bool registered_ = false;
   Clock::time_point connectedAt_;
   std::string lastRefusal_;
