@@ -655,9 +655,9 @@ TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnceAndResetsAfterRegistering)
       if (n == 4 && handshake(fd))
         readFrame(fd);
   });
-  orntest::RunOptions debug;
-  debug.env = {{"ORN_QIPC_DEBUG", "1"}};
-  auto run = orntest::runOrncli(fake.path(), {"--timeout", "1", "devices"}, debug);
+  orntest::Env env = orntest::clientEnv(fake.path());
+  env["ORN_QIPC_DEBUG"] = "1";
+  auto run = orntest::runProcess(orntest::orncliPath(), {"--timeout", "1", "devices"}, env);
   fake.stop();
   dropper.join();
   EXPECT_EQ(run.exitCode, 2);
@@ -688,10 +688,10 @@ TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
   close(fd);
   // Refused, the client never registers; allowed, its request goes unanswered.
   for (const char* serviceUid : {"", "65534"}) {
-    orntest::RunOptions env;
-    env.env = {{"ORN_QIPC_SERVICE_UID", serviceUid}};
-    auto run = orntest::runOrncli(dir.file("s.sock"),
-                                  {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
+    orntest::Env env = orntest::clientEnv(dir.file("s.sock"));
+    env["ORN_QIPC_SERVICE_UID"] = serviceUid;
+    auto run = orntest::runProcess(orntest::orncliPath(),
+                                   {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
     const bool refused = *serviceUid == '\0';
     EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, refused) << run.err;
     // The log record says why.
