@@ -134,7 +134,7 @@ const char* usageText() {
 Simulates the device-control service on a QIPC Unix-domain socket.
 
   --socket PATH             listen here (default: $ORN_QIPC_SOCKET, else
-                            $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>.sock)
+                            $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>/ornqipc.sock)
   --home FILE               devices and groups from this JSON file (default: built-in home)
   --record FILE             append one JSON line per message received:
                               {"register":NAME,"connectorType":N}

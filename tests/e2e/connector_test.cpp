@@ -3,13 +3,16 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -17,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -155,6 +159,8 @@ class FakeService {
   bool ok() const { return ok_; }
   const std::string& path() const { return path_; }
   int accept() { return ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC); }
+  // Makes a blocked accept() fail.
+  void stop() { shutdown(fd_, SHUT_RDWR); }
 
  private:
   orntest::TempDir dir_;
@@ -203,6 +209,15 @@ std::string readFrame(int fd) {
   if (recv(fd, body.data(), n, MSG_WAITALL) != static_cast<ssize_t>(n))
     return "";
   return body;
+}
+
+const std::string kConnectedEvent =
+    frame(R"({"kind":"event","eventType":20,"payload":"{\"status\":\"CONNECTED\"}"})");
+
+// Plays the service's handshake on `fd`; false when the client did not register.
+bool handshake(int fd) {
+  return sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
+         sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})"));
 }
 
 // A blocking connection whose reads give up after kWait, so a service that
@@ -418,10 +433,15 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
     EXPECT_TRUE(readsUntilClosed(fd)) << k.name;
     close(fd);
   }
-  // After all that, a well-behaved service still gets the registration.
+  // After all that, a well-behaved service still gets the registration, once it
+  // reports connected: the request sent meanwhile comes first.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
   ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
+  ASSERT_TRUE(c.handler->waitEvents(20));
+  ASSERT_TRUE(c.client->sendAsyncRequest(request(*c.client, 1, kDevices)));
+  EXPECT_NE(readFrame(fd).find(R"({"kind":"request")"), std::string::npos);
+  ASSERT_TRUE(sendAll(fd, kConnectedEvent));
   EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
   close(fd);
 }
@@ -671,6 +691,129 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   ASSERT_TRUE(r);
   EXPECT_EQ(r->responseCode, 500);
   EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
+}
+
+// Plays the service's side of a flood from the client's own callback: each
+// event delivered puts up to two more on the wire, so once the socket holds
+// more than one read's worth the client never finds it drained.
+struct Flood : IORNEventHandler {
+  std::atomic<int> serviceFd{-1};
+  std::promise<void> socketFull;  // set at the first send that finds no room
+  std::atomic<bool> wasFull{false};
+  void onResponse(std::shared_ptr<ORNResponse>) noexcept override {}
+  void onEvent(std::shared_ptr<ORNEvent>) noexcept override {
+    static const std::string kEvent =
+        frame(R"({"kind":"event","eventType":21,"payload":")" + std::string(4000, 'x') + "\"}");
+    for (int i = 0; i < 2; ++i)
+      if (send(serviceFd, kEvent.data(), kEvent.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+        if (!wasFull.exchange(true))
+          socketFull.set_value();
+        break;
+      }
+  }
+};
+
+// Destroys the client on another thread; false when that has not returned by
+// the deadline.
+bool destroyedInTime(std::unique_ptr<ORNClient> client) {
+  std::packaged_task<void()> destroy([c = std::move(client)]() mutable { c.reset(); });
+  auto done = destroy.get_future();
+  std::thread(std::move(destroy)).detach();
+  return done.wait_until(Clock::now() + kWait) == std::future_status::ready;
+}
+
+TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
+  for (bool serviceReads : {true, false}) {
+    FakeService fake;
+    ASSERT_TRUE(fake.ok());
+    useSocket(fake.path());
+    auto client = std::make_unique<ORNClient>();
+    auto flood = std::make_shared<Flood>();
+    ASSERT_TRUE(client->initialize(flood, ConnectorType::kLocalService, "t"));
+    const int fd = flood->serviceFd = fake.accept();
+    ASSERT_GE(fd, 0);
+    // A client that never writes fails the reads below instead of hanging them.
+    const timeval deadline{std::chrono::seconds(kWait).count(), 0};
+    ASSERT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof(deadline)), 0);
+    ASSERT_TRUE(sendAll(fd, kConnectedEvent));
+    EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
+    ASSERT_EQ(flood->socketFull.get_future().wait_until(Clock::now() + kWait),
+              std::future_status::ready);
+    // A service that stops reading leaves a request bigger than the socket's
+    // buffer half written.
+    auto req = request(*client, 1, serviceReads ? kDevices : std::string(900000, 'x'));
+    ASSERT_TRUE(client->sendAsyncRequest(req));
+    if (serviceReads) {
+      EXPECT_NE(readFrame(fd).find(req->requestId), std::string::npos);
+    }
+    ASSERT_TRUE(destroyedInTime(std::move(client))) << serviceReads;
+    close(fd);
+  }
+}
+
+std::vector<int> retryDelays(const std::string& debugText) {
+  std::vector<int> ms;
+  const std::string key = "retrying in ";
+  for (size_t at = debugText.find(key); at != std::string::npos; at = debugText.find(key, at + 1))
+    ms.push_back(atoi(debugText.c_str() + at + key.size()));
+  return ms;
+}
+
+TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnceAndResetsAfterRegistering) {
+  FakeService fake;
+  ASSERT_TRUE(fake.ok());
+  // Drops each connection at once, but the fourth after registering the client
+  // and reading its request.
+  std::thread dropper([&] {
+    for (int n = 1, fd; (fd = fake.accept()) >= 0; ++n, close(fd))
+      if (n == 4 && handshake(fd))
+        readFrame(fd);
+  });
+  orntest::Env env = orntest::clientEnv(fake.path());
+  env["ORN_QIPC_DEBUG"] = "1";
+  auto run = orntest::runProcess(orntest::orncliPath(), {"--timeout", "1", "devices"}, env);
+  fake.stop();
+  dropper.join();
+  EXPECT_EQ(run.exitCode, 2);
+  auto delays = retryDelays(run.err);
+  ASSERT_GE(delays.size(), 9u) << run.err;
+  delays.resize(9);
+  EXPECT_EQ(delays, (std::vector<int>{10, 20, 40, 10, 20, 40, 80, 160, 250})) << run.err;
+}
+
+TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "needs root to run the fake service as another uid";
+  orntest::TempDir dir;
+  sockaddr_un addr;
+  int fd = unixSocket(dir.file("s.sock"), &addr);
+  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  // The credentials a client sees are taken at listen(), after dropping root.
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setresuid(65534, 65534, 65534) != 0 || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 ||
+        listen(fd, 8) != 0)
+      _exit(1);
+    for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c))
+      if (handshake(c))
+        readsUntilClosed(c);
+    _exit(0);
+  }
+  close(fd);
+  // Refused, the client never registers; allowed, its request goes unanswered.
+  for (const char* serviceUid : {"", "65534"}) {
+    orntest::Env env = orntest::clientEnv(dir.file("s.sock"));
+    env["ORN_QIPC_SERVICE_UID"] = serviceUid;
+    auto run = orntest::runProcess(orntest::orncliPath(),
+                                   {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
+    const bool refused = *serviceUid == '\0';
+    EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, refused) << run.err;
+    // The log record says why.
+    EXPECT_EQ(run.err.find("peer uid 65534 is neither ours nor root") != std::string::npos, refused)
+        << run.err;
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
 }
 
 TEST(Ornsim, WallSwitchReachesListenersAndTheTrafficLog) {
