@@ -72,6 +72,10 @@ TEST(Options, RejectsBadCommandLines) {
       {{"--fault", "endpoint:e,respond:5x:"}},
       {{"--fault", "host:e,silence"}},
       {{"--state"}},
+      {{"--max-connections", "0"}},
+      {{"--frame-budget", "64M"}},
+      {{"--frame-timeout-ms", "0"}},
+      {{"--max-subscriptions", "-1"}},
   };
   for (const auto& c : kCases) {
     Options o;
