@@ -306,23 +306,17 @@ TEST(OneShot, SubscribeListen) {
        "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
   });
 }
-// clang-format on
 
 TEST(OneShot, ListenEndsByBrokenPipeWhenItsReaderGoes) {
   // Several events, so that one is written after head has left.
-  orntest::Ornsim sim(splitArgs(
-      "--respond 201:{} --emit 21:200:{} --emit 21:700:{} --emit 21:1200:{} --emit 21:1700:{}"));
+  orntest::Ornsim sim(splitArgs("--respond 201:{} --emit 21:200:{} --emit 21:700:{} --emit 21:1200:{} --emit 21:1700:{}"));
   ASSERT_TRUE(sim.ok()) << sim.error();
-  const orntest::RunResult r =
-      orntest::runProcess("/bin/sh",
-                          {"-c",
-                           "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; "
-                           "echo \"status $?\" >&2; } | head -n 1",
-                           "sh", orntest::orncliPath()},
-                          orntest::clientEnv(sim.socketPath()));
+  const char* script = "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; echo \"status $?\" >&2; } | head -n 1";
+  const orntest::RunResult r = orntest::runProcess("/bin/sh", {"-c", script, "sh", orntest::orncliPath()}, orntest::clientEnv(sim.socketPath()));
   EXPECT_EQ("{\"eventType\":21,\"payload\":{}}\n", r.out);
   // The default disposition of SIGPIPE ends the listener (128 + 13), as with any tool.
   EXPECT_EQ("status 141\n", r.err);
 }
+// clang-format on
 
 }  // namespace
