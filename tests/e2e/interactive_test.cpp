@@ -147,16 +147,14 @@ TEST(InteractiveMenuAndQfi, DialoguesBuildTheirRequests) {
        "{BAD}{BAD}{BAD}{WARN}{BAD}{MENU}No response available\n{MENU}Last event:\nEvent Type: 21\nEvent Data: {\"n\":1}\n"
        "{MENU}{PAYLOAD}{SYNC}{MENU}{PAYLOAD}{SYNC}{MENU}Last response:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {DATA}\n{MENU}",
        "S1 \nS1 ", "--respond 200:{DATA} --emit 21:0:{\"n\":1}", "Event Type: 21\n"},
-      {"1\n1\n1\n1\n1\ng1\n0\n", "{PAYLOAD}{QFI}{POWER}{BATCH}Enter group ID : {SYNC}{MENU}",
-       R"(S1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"groupId":"g1","directivePayload":{}}},"dfi":[]})"},
+      {"1\n1\n1\n1\n1\ng1\n0\n", "{PAYLOAD}{QFI}{POWER}{BATCH}Enter group ID : {SYNC}{MENU}", R"(S1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"groupId":"g1","directivePayload":{}}},"dfi":[]})"},
       // Bad interface -> power; "3 " is not "3" -> turn off; bad count -> one endpoint.
       {"1\n1\nabc\n3 \n\nx\ne1\n0\n",
        "{PAYLOAD}{QFI}{WARN}Invalid interface choice, defaulting to Power Control\n{POWER}{BATCH}{COUNT}{WARN}"
        "Invalid number of endpoints, defaulting to 1\nEnter endpoint ID 1 : {SYNC}{MENU}",
        R"(S1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{}}},"dfi":[]})"},
       // An out-of-menu number asks for a path and leaves the method unset.
-      {"1\n1\n9\n/x\n0\n", "{PAYLOAD}{QFI}Invalid choice, using custom path input\nEnter QFI path : {SYNC}{MENU}",
-       R"(S1 {"qfi":{"path":"/x","method":"UNKNOWN"},"dfi":[]})"},
+      {"1\n1\n9\n/x\n0\n", "{PAYLOAD}{QFI}Invalid choice, using custom path input\nEnter QFI path : {SYNC}{MENU}", R"(S1 {"qfi":{"path":"/x","method":"UNKNOWN"},"dfi":[]})"},
       // Ranges are advice: 150 goes out. Brightness paths have no trailing slash.
       {"1\n1\n2\n1\n2\n2\na\nb\n150\n0\n",
        "{PAYLOAD}{QFI}{BRIGHTNESS}{BATCH}{COUNT}Enter endpoint ID 1 : Enter endpoint ID 2 : Enter brightness value (0-100) : {SYNC}{MENU}",
@@ -236,8 +234,7 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
       {"1\n5\n3\ne1\npower\ny\n2\nent\nep\nLamp\n0\n",
        "{PAYLOAD}{STATE}{FEATURE}\nSelect latencyTolerance:\n1. HIGH\n2. LOW\nEnter choice (1-2) : {IDS}Enter friendly name : {SYNC}{MENU}",
        R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/power","method":"GET","requestBody":{"latencyTolerance":"LOW"}},"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"ent","endpointId":"ep","friendlyName":"Lamp"},"payload":{}}]})"},
-      {"1\n5\n1\ne1\nbrightness\nyes\n0\n", "{PAYLOAD}{STATE}{FEATURE}{SYNC}{MENU}",
-       R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/brightness","method":"GET"},"dfi":[]})"},
+      {"1\n5\n1\ne1\nbrightness\nyes\n0\n", "{PAYLOAD}{STATE}{FEATURE}{SYNC}{MENU}", R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/brightness","method":"GET"},"dfi":[]})"},
       {"1\n4\n3\n0\n", "{PAYLOAD}{SUBOP}{SYNC}{MENU}", R"(S2 {"operation":"get","subscriptions":[]})"},
       // Empty answers take the defaults: create, individual endpoints.
       {"1\n4\n\n\nx\ne1\n2\nN1\nn1\nN2\nn2\n0\n",
@@ -249,8 +246,7 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
        "{PAYLOAD}{SUBOP}{TARGET}\nGroup Subscription:\nEnter group ID : \nEnter number of event types:  : "
        "Invalid number of event types, defaulting to 1\n\nEvent Type 1:\n{EVENT}{SYNC}{MENU}",
        R"(S2 {"operation":"delete","subscriptions":[{"entities":{"endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"N","name":"n"}]}]})"},
-      {"1\n4\n1\n1\n0\n0\n", "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : {SYNC}{MENU}",
-       R"(S2 {"operation":"create","subscriptions":[]})"},
+      {"1\n4\n1\n1\n0\n0\n", "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : {SYNC}{MENU}", R"(S2 {"operation":"create","subscriptions":[]})"},
   });
 }
 // clang-format on
