@@ -196,6 +196,7 @@ TEST(OneShot, ColorAndColorTemp) {
       {"--timeout 0 color set --endpoints e --hue 1 --saturation 1 --brightness 1", nullptr, 2, "", "request_failed: Failed to send color set request", "--no-response"},
       {"colortemp set --endpoints id1,id2 --kelvin -50", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"colorTemperatureInKelvin":-50}}},"dfi":[]})"},
       {"colortemp", "", 1, "Usage: orncli colortemp set [options]\n  --endpoints <id1,id2>\n  --kelvin <1000-10000>\n"},
+      {"colortemp --help", "", 0, "Usage: orncli colortemp set [options]\n  --endpoints <id1,id2>\n  --kelvin <1000-10000>\n"},
       {"colortemp get", "", 1, "", "invalid_argument: Unknown colortemp action: get. Use set"},
       {"colortemp set --kelvin 3000", "", 1, "", "missing_argument: --endpoints is required"},
       {"colortemp set --endpoints e1 --kelvin ''", "", 1, "", "missing_argument: --kelvin is required"},
