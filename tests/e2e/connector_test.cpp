@@ -406,11 +406,12 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
     uid_t uid;               // the service's, 0 for ours
     const char* allowedUid;  // ORN_QIPC_SERVICE_UID
     const char* delays;      // how the retry delays logged start
+    const char* traced;      // a piece of the debug trace
     bool refused;            // never registers, and the log says why
   } kCases[] = {
-      {dropper, 0, "", "10 20 40 10 20 40 80 160 250 ", false},
-      {silent, 65534, "", "", true},
-      {silent, 65534, "65534", "", false},
+      {dropper, 0, "", "10 20 40 10 20 40 80 160 250 ", "send register (", false},
+      {silent, 65534, "", "", "", true},
+      {silent, 65534, "65534", "", "recv event 23", false},
   };
   for (const auto& c : kCases) {
     if (c.uid != 0 && geteuid() != 0) {
@@ -426,6 +427,7 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
                                    {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
     EXPECT_EQ(run.exitCode, 2) << run.err;
     EXPECT_EQ(retryDelays(run.err).rfind(c.delays, 0), 0u) << run.err;
+    EXPECT_NE(run.err.find(c.traced), std::string::npos) << run.err;
     EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, c.refused) << run.err;
     EXPECT_EQ(run.err.find("peer uid 65534 is neither ours nor root") != std::string::npos,
               c.refused)
