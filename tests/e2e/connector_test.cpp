@@ -716,12 +716,24 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
                           R"(2","entities":{"endpoint":{"type":"Endpoint","id":"ep-desk"}})"})
     EXPECT_NE(out.find(std::string(R"("subscriptionId":"sub-)") + sub), std::string::npos) << out;
   EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
-  // Two saved subscriptions are more than a client may hold here.
-  auto capped = orntest::runProcess(orntest::ornsimPath(), {"--socket", dir.file("s"), "--state",
-                                                            state, "--max-subscriptions", "1"});
-  EXPECT_EQ(capped.exitCode, 2);
-  EXPECT_NE(capped.err.find("too many subscriptions for \"ORNCLI-cmd\""), std::string::npos)
-      << capped.err;
+  // ornsim refuses to start: two saved subscriptions are more than a client may hold here; a
+  // bad state file; a record file it cannot open.
+  const std::string bad = dir.file("bad.json"), record = dir.file("no/record");
+  std::ofstream(bad) << R"({"devices":[{"id":"light-kitchen","state":{"power":1}}]})";
+  const struct {
+    std::vector<std::string> args;
+    std::string err;
+  } kRefusals[] = {
+      {{"--state", state, "--max-subscriptions", "1"}, "too many subscriptions for \"ORNCLI-cmd\""},
+      {{"--state", bad}, bad + ": devices[0].state: \"power\" must be true or false"},
+      {{"--record", record}, "open " + record + ": No such file or directory"},
+  };
+  for (auto r : kRefusals) {
+    r.args.insert(r.args.begin(), {"--socket", dir.file("s")});
+    auto run = orntest::runProcess(orntest::ornsimPath(), r.args);
+    EXPECT_EQ(run.exitCode, 2) << r.err;
+    EXPECT_NE(run.err.find(r.err), std::string::npos) << run.err;
+  }
 }
 
 }  // namespace
