@@ -300,16 +300,24 @@ TEST(Connector, SyncRequestEndsWhenTheServiceDiesOrTheClientIsDestroyed) {
     auto c = connectTo(sim.socketPath(), "tester");
     ASSERT_TRUE(c);
     ORNClient* client = c->client.get();
-    auto resp = std::make_shared<ORNResponse>();
-    std::thread waiter([&] { resp = client->sendSyncRequest(request(*client, 1, kDevices)); });
+    client->setSyncRequestTimeout(std::chrono::hours(1));  // so only the end releases it
+    std::promise<bool> answered;
+    auto released = answered.get_future();
+    std::thread waiter([&] {
+      answered.set_value(client->sendSyncRequest(request(*client, 1, kDevices)) != nullptr);
+    });
     const bool sent = sim.waitForRecordLines(2);
     if (serviceDies && sent)
       kill(sim.pid(), SIGKILL);
-    if (!serviceDies)
+    else
       c->client.reset();  // from another thread than the waiting one
+    const auto status = released.wait_until(Clock::now() + kWait);
+    if (status != std::future_status::ready)
+      c->client.reset();
     waiter.join();
     ASSERT_TRUE(sent);
-    EXPECT_FALSE(resp) << serviceDies;
+    ASSERT_EQ(status, std::future_status::ready) << serviceDies;
+    EXPECT_FALSE(released.get()) << serviceDies;
     if (serviceDies) {
       EXPECT_TRUE(c->handler->events(22, 1));
       // Not connected any more: both kinds of send fail at once.
