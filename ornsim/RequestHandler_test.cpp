@@ -17,6 +17,16 @@ std::string qfi(const std::string& path, const std::string& method, const std::s
   return q + R"(},"dfi":[]})";
 }
 
+// A POST to the simulator's own path /sim/<path>.
+std::string sim(const std::string& path, const std::string& body = "") {
+  return qfi("/sim/" + path, "POST", body);
+}
+
+// A batch directive of the power, brightness... interface.
+std::string batch(const std::string& directive, const std::string& body) {
+  return qfi("/v2/endpoints/batch/interfaces/" + directive, "POST", body);
+}
+
 std::string dfi(const std::string& ns, const std::string& name, const std::string& endpoint,
                 const std::string& payload = "") {
   std::string d = R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
@@ -34,172 +44,122 @@ std::string repeat(const std::string& piece, size_t n) {
   return text;
 }
 
-const char kReachable[] =
-    "/v2/"
-    "endpoints?filterExpression=features[name:connectivity].properties[name:"
-    "reachability]"
-    ".value.value=OK";
+std::string feature(const std::string& endpoint, const std::string& name) {
+  return qfi("/v2/endpoints/" + endpoint + "/features/" + name, "GET");
+}
 
 TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
-  static const struct {
+  const std::string reportDesk = dfi("Corva", "ReportState", "ep-desk").substr(8);
+  const std::string reachable = "/v2/endpoints?filterExpression=features[name:connectivity]"
+                                ".properties[name:reachability].value.value=OK";
+  const struct {
     int type;
     std::string payload;
     int code;
-    const char* dataHas;    // a piece the response data must contain
-    const char* dataLacks;  // a piece it must not contain ("" for none)
+    const char* dataHas;          // a piece the response data must contain
+    const char* dataLacks = "";  // a piece it must not contain
   } kCases[] = {
+      // clang-format off
       // Device list, filters and methods.
-      {1, qfi("/v2/endpoints", "GET"), 200,
-       R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})",
-       ""},
-      {1, qfi(kReachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
-      {1, qfi("/v2/endpoints?filterExpression=name=x", "GET"), 400, "invalid_filter", ""},
-      {1, qfi("/v2/endpoints?limit=3", "GET"), 400, "invalid_query", ""},
-      {1, qfi("/v2/endpoints", "POST"), 405, "method_not_allowed", ""},
-      // Feature state: entity or endpoint id, with or without "/", optional
-      // body.
-      {3, qfi("/v2/endpoints/light-kitchen/features/power/", "GET"), 200, "\"value\":\"ON\"", ""},
-      {3, qfi("/v2/endpoints/ep-living/features/brightness", "GET"), 200, "\"value\":50", ""},
-      {3,
-       qfi("/v2/endpoints/ep-living/features/colorTemperature", "GET",
-           R"({"latencyTolerance":"medium"})"),
-       200, "\"value\":4000", ""},
-      {3, qfi("/v2/endpoints/light-garage/features/connectivity", "GET"), 200, "UNREACHABLE", ""},
-      {3, qfi("/v2/endpoints/plug-kettle/features/brightness", "GET"), 404, "unknown_feature", ""},
-      {3, qfi("/v2/endpoints/nobody/features/power", "GET"), 404, "unknown_endpoint", ""},
-      {3, qfi("/v2/endpoints/ep-living/features/power", "UNKNOWN"), 405, "method_not_allowed", ""},
-      {1, qfi("/v2/endpoints/ep-living/features", "GET"), 404, "unknown_path", ""},
+      {1, qfi("/v2/endpoints", "GET"), 200, R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})"},
+      {1, qfi(reachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
+      {1, qfi("/v2/endpoints?filterExpression=name=x", "GET"), 400, "invalid_filter"},
+      {1, qfi("/v2/endpoints?limit=3", "GET"), 400, "invalid_query"},
+      {1, qfi("/v2/endpoints", "POST"), 405, "method_not_allowed"},
+      // Feature state: entity or endpoint id, with or without "/", optional body.
+      {3, feature("light-kitchen", "power/"), 200, "\"value\":\"ON\""},
+      {3, feature("ep-living", "brightness"), 200, "\"value\":50"},
+      {3, qfi("/v2/endpoints/ep-living/features/colorTemperature", "GET", R"({"latencyTolerance":"medium"})"), 200, "\"value\":4000"},
+      {3, feature("light-garage", "connectivity"), 200, "UNREACHABLE"},
+      {3, feature("plug-kettle", "brightness"), 404, "unknown_feature"},
+      {3, feature("nobody", "power"), 404, "unknown_endpoint"},
+      {3, qfi("/v2/endpoints/ep-living/features/power", "UNKNOWN"), 405, "method_not_allowed"},
+      {1, qfi("/v2/endpoints/ep-living/features", "GET"), 404, "unknown_path"},
       // Batch directives.
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/power/turnOn/", "POST",
-           R"({"batch":[{"endpointId":"ep-bedroom"},{"endpointId":"ghost"}],"directivePayload":{}})"),
-       200, R"({"endpointId":"ghost","responseCode":404)", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/brightness/setBrightness", "POST",
-           R"({"groupId":"group-lights","directivePayload":{"brightness":40}})"),
-       200, R"({"endpointId":"light-garage","responseCode":503)", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/brightness/setBrightness", "POST",
-           R"({"groupId":"group-downstairs","directivePayload":{"brightness":40}})"),
-       200, R"({"endpointId":"plug-kettle","responseCode":400)", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/brightness/setBrightness", "POST",
-           R"({"batch":[{"endpointId":"ep-bedroom"}],"directivePayload":{}})"),
-       400, "invalid_payload", ""},
-      {1,
-       qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
-           R"({"groupId":"group-nowhere","directivePayload":{}})"),
-       404, "unknown_group", ""},
-      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST", R"({"directivePayload":{}})"),
-       400, "invalid_body", ""},
-      {1, qfi("/v2/endpoints/batch/interfaces/power/toggle", "POST", R"({"batch":[]})"), 404,
-       "unknown_directive", ""},
-      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405, "method_not_allowed", ""},
+      {1, batch("power/turnOn/", R"({"batch":[{"endpointId":"ep-bedroom"},{"endpointId":"ghost"}],"directivePayload":{}})"), 200, R"({"endpointId":"ghost","responseCode":404)"},
+      {1, batch("brightness/setBrightness", R"({"groupId":"group-lights","directivePayload":{"brightness":40}})"), 200, R"({"endpointId":"light-garage","responseCode":503)"},
+      {1, batch("brightness/setBrightness", R"({"groupId":"group-downstairs","directivePayload":{"brightness":40}})"), 200, R"({"endpointId":"plug-kettle","responseCode":400)"},
+      {1, batch("brightness/setBrightness", R"({"batch":[{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), 400, "invalid_payload"},
+      {1, batch("power/turnOn", R"({"groupId":"group-nowhere","directivePayload":{}})"), 404, "unknown_group"},
+      {1, batch("power/turnOn", R"({"directivePayload":{}})"), 400, "invalid_body"},
+      {1, batch("power/toggle", R"({"batch":[]})"), 404, "unknown_directive"},
+      {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405, "method_not_allowed"},
       // DFI directives.
-      {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS", ""},
-      {1, dfi("Corva.BrightnessController", "SetBrightness", "ep-kettle", R"({"brightness":1})"),
-       400, "unsupported_interface", ""},
-      {1, dfi("Corva.BrightnessController", "Dim", "ep-kitchen"), 400, "unknown_directive", ""},
-      {1, dfi("Corva.Teleporter", "Go", "ep-kitchen"), 400, "unknown_namespace", ""},
-      {1, dfi("Corva.ColorController", "SetColor", "ep-kitchen", R"({"color":{"hue":1}})"), 400,
-       "invalid_payload", ""},
-      {1, dfi("Corva.PowerController", "TurnOn", "ghost"), 404, "unknown_endpoint", ""},
-      {1, dfi("Tessel.DeviceManager", "GetDevices", ""), 200, "\"id\":\"strip-desk\"", ""},
-      {3, dfi("Corva", "ReportState", "ep-desk"), 200, "\"name\":\"StateReport\"", ""},
-      {1, R"({"dfi":[null]})", 400, "invalid_dfi", ""},
-      {1, R"({"dfi":[{"endpoint":{}}]})", 400, "invalid_dfi", ""},
+      {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS"},
+      {1, dfi("Corva.BrightnessController", "SetBrightness", "ep-kettle", R"({"brightness":1})"), 400, "unsupported_interface"},
+      {1, dfi("Corva.BrightnessController", "Dim", "ep-kitchen"), 400, "unknown_directive"},
+      {1, dfi("Corva.Teleporter", "Go", "ep-kitchen"), 400, "unknown_namespace"},
+      {1, dfi("Corva.ColorController", "SetColor", "ep-kitchen", R"({"color":{"hue":1}})"), 400, "invalid_payload"},
+      {1, dfi("Corva.PowerController", "TurnOn", "ghost"), 404, "unknown_endpoint"},
+      {1, dfi("Tessel.DeviceManager", "GetDevices", ""), 200, "\"id\":\"strip-desk\""},
+      {3, dfi("Corva", "ReportState", "ep-desk"), 200, "\"name\":\"StateReport\""},
+      {1, R"({"dfi":[null]})", 400, "invalid_dfi"},
+      {1, R"({"dfi":[{"endpoint":{}}]})", 400, "invalid_dfi"},
       // Several operations answer together.
-      {3,
-       R"({"qfi":{"path":"/v2/endpoints/ep-desk/features/power","method":"GET"},"dfi":[)" +
-           dfi("Corva", "ReportState", "ep-desk").substr(8),
-       200, R"({"results":[{"responseCode":200,"responseData":{"entityId":"strip-desk")", ""},
-      {1, R"({"dfi":[null,)" + dfi("Corva", "ReportState", "ep-desk").substr(8), 207,
-       R"("responseCode":400)", ""},
-      // Malformed requests.
-      {1, "{bad", 400, "invalid_json", ""},
-      {1, "[1]", 400, "invalid_json", ""},
-      {1, R"({"dfi":[]})", 400, "empty_request", ""},
-      {1, R"({"qfi":"x","dfi":[]})", 400, "invalid_qfi", ""},
-      {9, qfi("/v2/endpoints", "GET"), 400, "unknown_request_type", ""},
-      // Nested past the depth bound: invalid JSON, whatever the type.
-      {1, std::string(400000, '['), 400, "\"Nesting deeper than 256 levels. at offset 257\"", ""},
-      {3, repeat("{\"a\":", 400000), 400, "invalid_json", ""},
-      {9, std::string(400000, '['), 400, "unknown_request_type", ""},
+      {3, R"({"qfi":{"path":"/v2/endpoints/ep-desk/features/power","method":"GET"},"dfi":[)" + reportDesk, 200, R"({"results":[{"responseCode":200,"responseData":{"entityId":"strip-desk")"},
+      {1, R"({"dfi":[null,)" + reportDesk, 207, R"("responseCode":400)"},
+      // Malformed requests, and nesting past the depth bound: invalid JSON, whatever the type.
+      {1, "{bad", 400, "invalid_json"},
+      {1, "[1]", 400, "invalid_json"},
+      {1, R"({"dfi":[]})", 400, "empty_request"},
+      {1, R"({"qfi":"x","dfi":[]})", 400, "invalid_qfi"},
+      {9, qfi("/v2/endpoints", "GET"), 400, "unknown_request_type"},
+      {1, std::string(400000, '['), 400, "\"Nesting deeper than 256 levels. at offset 257\""},
+      {3, repeat("{\"a\":", 400000), 400, "invalid_json"},
+      {9, std::string(400000, '['), 400, "unknown_request_type"},
       // The simulator's own paths.
-      {1, qfi("/sim/groups/", "GET"), 200, R"({"groups":[{"id":"group-downstairs","members":[")",
-       ""},
-      {1, qfi("/sim/groups", "POST"), 405, "method_not_allowed", ""},
-      {1, qfi("/sim/endpoints/ep-kitchen/x", "POST"), 404, "unknown_path", ""},
-      {1, qfi("/sim/endpoints/ghost", "POST", R"({"reachable":true})"), 404, "unknown_endpoint",
-       ""},
-      {1, qfi("/sim/endpoints/ep-kitchen", "POST", R"({"reachble":true})"), 400, "invalid_body",
-       ""},
-      {1, qfi("/sim/endpoints/ep-kitchen", "POST", R"({"state":{"power":1}})"), 400, "invalid_body",
-       ""},
-      {1, qfi("/sim/endpoints/ep-kettle", "POST", R"({"state":{"brightness":1}})"), 400,
-       "unsupported_interface", ""},
-      {1, qfi("/sim/endpoints/ep-garage", "POST", R"({"state":{"power":true}})"), 503,
-       "endpoint_unreachable", ""},
-      {1, qfi("/sim/endpoints/ep-garage", "POST", R"({"reachable":true,"state":{"power":true}})"),
-       200, "SUCCESS", ""},
-      {1, qfi("/sim/endpoints", "POST", R"({"id":"x","externallyReportedId":"ep-desk"})"), 409,
-       "device_exists", ""},
-      {1, qfi("/sim/endpoints", "POST", R"({"id":"x","interfaces":["Corva.Power"]})"), 400,
-       "unknown interface", ""},
-      {1, qfi("/sim/endpoints/light-kitchen/remove", "POST"), 200, "SUCCESS", ""},
-      {1, qfi("/sim/events", "POST", R"({"eventType":"21"})"), 400, "invalid_body", ""},
-      {1, qfi("/sim/events", "POST", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})",
-       ""},
-      {1, qfi("/sim/faults", "POST", R"({"fault":"next:2,silence"})"), 200,
-       R"({"requests":0,"faults":["request:2,silence"]})", ""},
-      {1, qfi("/sim/faults", "POST", R"({"fault":"request:2"})"), 400, "invalid_body", ""},
+      {1, qfi("/sim/groups/", "GET"), 200, R"({"groups":[{"id":"group-downstairs","members":[")"},
+      {1, sim("groups"), 405, "method_not_allowed"},
+      {1, sim("endpoints/ep-kitchen/x"), 404, "unknown_path"},
+      {1, sim("endpoints/ghost", R"({"reachable":true})"), 404, "unknown_endpoint"},
+      {1, sim("endpoints/ep-kitchen", R"({"reachble":true})"), 400, "invalid_body"},
+      {1, sim("endpoints/ep-kitchen", R"({"state":{"power":1}})"), 400, "invalid_body"},
+      {1, sim("endpoints/ep-kettle", R"({"state":{"brightness":1}})"), 400, "unsupported_interface"},
+      {1, sim("endpoints/ep-garage", R"({"state":{"power":true}})"), 503, "endpoint_unreachable"},
+      {1, sim("endpoints/ep-garage", R"({"reachable":true,"state":{"power":true}})"), 200, "SUCCESS"},
+      {1, sim("endpoints", R"({"id":"x","externallyReportedId":"ep-desk"})"), 409, "device_exists"},
+      {1, sim("endpoints", R"({"id":"x","interfaces":["Corva.Power"]})"), 400, "unknown interface"},
+      {1, sim("endpoints/light-kitchen/remove"), 200, "SUCCESS"},
+      {1, sim("events", R"({"eventType":"21"})"), 400, "invalid_body"},
+      {1, sim("events", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})"},
+      {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
+      {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
     Control control(subs);
     HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload, &control);
-    const std::string row = c.payload.substr(0, 200);
-    EXPECT_EQ(r.code, c.code) << row << "\n" << r.data;
-    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << row << "\n" << r.data;
-    if (*c.dataLacks != '\0') {
-      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << row << "\n" << r.data;
-    }
+    const std::string row = c.payload.substr(0, 200) + "\n" + r.data;
+    EXPECT_EQ(r.code, c.code) << row;
+    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << row;
+    EXPECT_EQ(r.data.find(c.dataLacks), *c.dataLacks ? std::string::npos : 0) << row;
   }
 }
 
 TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
-  static const struct {
+  const std::string kCt = "Corva.ColorTemperatureController";
+  const struct {
     std::string payload;
-    const char* feature;  // read back from ep-kitchen afterwards
+    const char* endpoint;  // the one device changed, its feature read back afterwards
+    const char* feature;
     const char* value;
-    const char* eventNamespace;
+    const char* eventNamespace;  // after "Corva.Endpoint.Feature."
   } kCases[] = {
-      {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "power", "\"OFF\"",
-       "Corva.Endpoint.Feature.Power"},
-      {dfi("Corva.BrightnessController", "AdjustBrightness", "light-kitchen",
-           R"({"brightnessDelta":50})"),
-       "brightness", "100", "Corva.Endpoint.Feature.Brightness"},
-      {dfi("Corva.BrightnessController", "AdjustBrightness", "ep-kitchen",
-           R"({"brightnessDelta":-95})"),
-       "brightness", "0", "Corva.Endpoint.Feature.Brightness"},
-      {qfi("/v2/endpoints/batch/interfaces/color/setColor/", "POST",
-           R"({"batch":[{"endpointId":"ep-kitchen"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.25}}})"),
-       "color", R"({"hue":120.0,"saturation":0.5,"brightness":0.25})",
-       "Corva.Endpoint.Feature.Color"},
-      {qfi("/v2/endpoints/batch/interfaces/colorTemperature/"
-           "setColorTemperature",
-           "POST",
-           R"({"batch":[{"endpointId":"ep-kitchen"}],"directivePayload":{"colorTemperatureInKelvin":3500}})"),
-       "colorTemperature", "3500", "Corva.Endpoint.Feature.ColorTemperature"},
-      {dfi("Corva.ColorTemperatureController", "IncreaseColorTemperature", "ep-kitchen"),
-       "colorTemperature", "3200", "Corva.Endpoint.Feature.ColorTemperature"},
-      {dfi("Corva.ColorTemperatureController", "DecreaseColorTemperature", "ep-kitchen",
-           R"({"colorTemperatureDelta":5000})"),
-       "colorTemperature", "1000", "Corva.Endpoint.Feature.ColorTemperature"},
+      // clang-format off
+      {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "ep-kitchen", "power", "\"OFF\"", "Power"},
+      {dfi("Corva.BrightnessController", "AdjustBrightness", "light-kitchen", R"({"brightnessDelta":50})"), "ep-kitchen", "brightness", "100", "Brightness"},
+      {dfi("Corva.BrightnessController", "AdjustBrightness", "ep-kitchen", R"({"brightnessDelta":-95})"), "ep-kitchen", "brightness", "0", "Brightness"},
+      {batch("color/setColor/", R"({"batch":[{"endpointId":"ep-kitchen"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.25}}})"), "ep-kitchen", "color", R"({"hue":120.0,"saturation":0.5,"brightness":0.25})", "Color"},
+      {batch("colorTemperature/setColorTemperature", R"({"batch":[{"endpointId":"ep-kitchen"}],"directivePayload":{"colorTemperatureInKelvin":3500}})"), "ep-kitchen", "colorTemperature", "3500", "ColorTemperature"},
+      {dfi(kCt, "IncreaseColorTemperature", "ep-kitchen"), "ep-kitchen", "colorTemperature", "3200", "ColorTemperature"},
+      {dfi(kCt, "DecreaseColorTemperature", "ep-kitchen", R"({"colorTemperatureDelta":5000})"), "ep-kitchen", "colorTemperature", "1000", "ColorTemperature"},
       // As if the wall switch moved.
-      {qfi("/sim/endpoints/light-kitchen", "POST", R"({"state":{"brightness":5}})"), "brightness",
-       "5", "Corva.Endpoint.Feature.Brightness"},
+      {sim("endpoints/light-kitchen", R"({"state":{"brightness":5}})"), "ep-kitchen", "brightness", "5", "Brightness"},
+      // Only the reachable, known device of a batch changes.
+      {batch("power/turnOn", R"({"batch":[{"endpointId":"ep-garage"},{"endpointId":"ghost"},{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), "ep-bedroom", "power", "\"ON\"", "Power"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
@@ -208,106 +168,79 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
     HandlerResult r = handleRequest(home, subs, "client", 1, c.payload, &control);
     ASSERT_EQ(r.code, 200) << c.payload << "\n" << r.data;
     ASSERT_EQ(r.changes.size(), 1u) << c.payload;
-    EXPECT_EQ(r.changes[0].entityId, "light-kitchen") << c.payload;
-    EXPECT_EQ(r.changes[0].nameSpace, c.eventNamespace) << c.payload;
+    EXPECT_EQ(r.changes[0].endpointId, c.endpoint) << c.payload;
+    EXPECT_EQ(r.changes[0].nameSpace, std::string("Corva.Endpoint.Feature.") + c.eventNamespace);
     EXPECT_EQ(r.changes[0].valueJson, c.value) << c.payload;
-    HandlerResult get =
-        handleRequest(home, subs, "client", 3,
-                      qfi(std::string("/v2/endpoints/ep-kitchen/features/") + c.feature, "GET"));
-    EXPECT_NE(get.data.find(std::string("\"value\":") + c.value), std::string::npos)
-        << c.payload << "\n"
-        << get.data;
+    HandlerResult get = handleRequest(home, subs, "client", 3, feature(c.endpoint, c.feature));
+    EXPECT_NE(get.data.find(std::string("\"value\":") + c.value), std::string::npos) << get.data;
   }
 }
 
-TEST(RequestHandler, FailedDirectivesChangeNothing) {
-  Home home = builtinHome();
-  Subscriptions subs;
-  auto r = handleRequest(
-      home, subs, "c", 1,
-      qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
-          R"({"batch":[{"endpointId":"ep-garage"},{"endpointId":"ghost"},{"endpointId":"ep-bedroom"}],"directivePayload":{}})"));
-  ASSERT_EQ(r.code, 200);
-  ASSERT_EQ(r.changes.size(), 1u);  // only the reachable, known bedroom light
-  EXPECT_EQ(r.changes[0].endpointId, "ep-bedroom");
-  EXPECT_FALSE(home.findDevice("ep-garage")->state.power);
+// A subscriptions request: `operation` on the given list.
+std::string subOp(const std::string& operation, const std::string& list = "[]") {
+  return R"({"operation":")" + operation + R"(","subscriptions":)" + list + "}";
 }
 
-const char kCreateKitchenPower[] =
-    R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})";
+// A list entry for an endpoint, with the given event types.
+std::string onEndpoint(const std::string& id, const std::string& eventTypes = "") {
+  return R"({"entities":{"endpoint":{"id":")" + id + "\"}}" +
+         (eventTypes.empty() ? "" : R"(,"eventTypes":)" + eventTypes) + "}";
+}
 
 TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
+  const std::string kPower =
+      R"([{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}])";
+  const std::string kKitchen = R"({"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":)" + kPower + "}";
   Home home = builtinHome();
-  Subscriptions subs(2);
-  auto created = handleRequest(home, subs, "alice", 2, kCreateKitchenPower);
-  ASSERT_EQ(created.code, 200) << created.data;
-  EXPECT_NE(created.data.find("\"subscriptionId\":\"sub-1\""), std::string::npos);
-  Control control(subs);
-  EXPECT_EQ(handleRequest(home, subs, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
-            R"({"clients":[{"client":"alice","subscriptions":[)" + created.data.substr(18) + "]}");
-  static const struct {
+  Subscriptions list(2);
+  auto created = handleRequest(home, list, "alice", 2, subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"));
+  ASSERT_EQ(created.data, R"({"subscriptions":[)" + kKitchen + "]}");
+  Control control(list);
+  EXPECT_EQ(handleRequest(home, list, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
+            R"({"clients":[{"client":"alice","subscriptions":[)" + kKitchen + "]}]}");
+  const struct {
     const char* client;
     std::string payload;
     int code;
-    const char* data;
+    std::string data;  // "" for any
   } kSteps[] = {
-      {"bob", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
+      // clang-format off
+      {"bob", subOp("get"), 200, R"({"subscriptions":[]})"},
       // A repeat gets the existing id; one over the cap of 2 creates nothing.
-      {"alice", kCreateKitchenPower, 200,
-       R"({"subscriptions":[{"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-living"}}}]})",
-       400,
-       R"({"error":"too_many_subscriptions","message":"a client holds at most 2 subscriptions, listed in at most 262144 bytes"})"},
-      {"alice", R"({"operation":"get","subscriptions":[]})", 200,
-       R"({"subscriptions":[{"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
-      {"bob",
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ep-kitchen"}}}]})",
-       200, R"({"deleted":0})"},
-      {"alice",
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ep-kitchen"}}}]})",
-       200, R"({"deleted":1})"},
-      {"alice", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
-      {"alice", R"({"operation":"create","subscriptions":[{"entities":{},"eventTypes":[]}]})", 400,
-       ""},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})", 404,
-       ""},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpointGroup":{"id":"nope"}}}]})",
-       404, ""},
-      {"alice",
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"id":"ghost"}}}]})", 200,
-       R"({"deleted":0})"},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}},"eventTypes":[{"name":"x"}]}]})",
-       400, ""},
-      {"alice", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
-      {"alice", R"({"operation":"unknown","subscriptions":[]})", 400, ""},
+      {"alice", subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk") + "," + onEndpoint("ep-living") + "]"), 400, R"({"error":"too_many_subscriptions","message":"a client holds at most 2 subscriptions, listed in at most 262144 bytes"})"},
+      {"alice", subOp("get"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
+      {"bob", subOp("delete", "[" + onEndpoint("ep-kitchen") + "]"), 200, R"({"deleted":0})"},
+      {"alice", subOp("delete", "[" + onEndpoint("ep-kitchen") + "]"), 200, R"({"deleted":1})"},
+      {"alice", subOp("get"), 200, R"({"subscriptions":[]})"},
+      {"alice", subOp("create", R"([{"entities":{},"eventTypes":[]}])"), 400, ""},
+      {"alice", subOp("create", "[" + onEndpoint("ghost") + "]"), 404, ""},
+      {"alice", subOp("create", R"([{"entities":{"endpointGroup":{"id":"nope"}}}])"), 404, ""},
+      {"alice", subOp("delete", "[" + onEndpoint("ghost") + "]"), 200, R"({"deleted":0})"},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"name":"x"}])") + "]"), 400, ""},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + std::string(300000, 'n') + "\"}]") + "]"), 400, ""},
+      {"alice", subOp("get"), 200, R"({"subscriptions":[]})"},
+      {"alice", subOp("unknown"), 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},
-      {"alice", R"({"operation":"get","subscriptions":{}})", 400, ""},
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}},"eventTypes":[{"namespace":")" +
-           std::string(300000, 'n') + R"("}]}]})",
-       400, ""},
+      {"alice", subOp("get", "{}"), 400, ""},
       // Repeats within one request take one place.
-      {"alice",
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-desk"}}}]})",
-       200, ""},
+      {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
+      // clang-format on
   };
   for (const auto& s : kSteps) {
-    auto r = handleRequest(home, subs, s.client, 2, s.payload);
-    EXPECT_EQ(r.code, s.code) << s.payload << "\n" << r.data;
-    if (*s.data != '\0') {
+    auto r = handleRequest(home, list, s.client, 2, s.payload);
+    EXPECT_EQ(r.code, s.code) << s.payload.substr(0, 200) << "\n" << r.data;
+    if (!s.data.empty()) {
       EXPECT_EQ(r.data, s.data) << s.payload;
     }
   }
 }
 
 TEST(Subscriptions, MatchEndpointGroupAndEventType) {
-  StateChange kitchenPower{"light-kitchen", "ep-kitchen", "Corva.Endpoint.Feature.Power",
-                           "Property.PowerState.Change", "\"ON\""};
-  static const struct {
+  const StateChange kitchenPower{"light-kitchen", "ep-kitchen", "Corva.Endpoint.Feature.Power",
+                                 "Property.PowerState.Change", "\"ON\""};
+  const std::string kPower = "Corva.Endpoint.Feature.Power";
+  const struct {
     Subscription sub;
     bool matches;
   } kCases[] = {
@@ -316,11 +249,10 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
       {{"", "ep-living", "", {}}, false},
       {{"", "", "group-downstairs", {}}, true},
       {{"", "", "group-nowhere", {}}, false},
-      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", ""}}}, true},
-      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", "Property.PowerState.Change"}}},
-       true},
+      {{"", "ep-kitchen", "", {{kPower, ""}}}, true},
+      {{"", "ep-kitchen", "", {{kPower, "Property.PowerState.Change"}}}, true},
       {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Brightness", ""}}}, false},
-      {{"", "ep-kitchen", "", {{"Corva.Endpoint.Feature.Power", "Property.Other"}}}, false},
+      {{"", "ep-kitchen", "", {{kPower, "Property.Other"}}}, false},
   };
   const Home home = builtinHome();
   for (const auto& c : kCases) {
@@ -332,32 +264,25 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
 }
 
 TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
-  const std::string kBatchOn = qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
-                                   R"({"groupId":"group-downstairs","directivePayload":{}})");
-  static const struct {
+  const std::string kOn = batch("power/turnOn", R"({"groupId":"group-downstairs","directivePayload":{}})");
+  const struct {
     std::vector<std::string> options;
     std::string payload;  // sent twice; the second answer is checked
     bool answer;
     int code;
     int delayMs;
   } kCases[] = {
-      {{"--fault", "path:/v2/endpoints,respond:503:x"},
-       qfi("/v2/endpoints/?a=b", "GET"),
-       true,
-       503,
-       0},
+      // clang-format off
+      {{"--fault", "path:/v2/endpoints,respond:503:x"}, qfi("/v2/endpoints/?a=b", "GET"), true, 503, 0},
       {{"--fault", "path:*,respond:503:x"}, qfi("/sim/groups", "GET"), true, 200, 0},
-      {{"--fault", "path:/v2/endpoints/batch/*,silence"}, kBatchOn, false, 0, 0},
-      {{"--fault", "endpoint:ep-living,delay:40"}, kBatchOn, true, 200, 40},
-      {{"--fault", "endpoint:light-kitchen,silence"},
-       dfi("Corva", "ReportState", "ep-kitchen"),
-       false,
-       0,
-       0},
-      {{"--fault", "endpoint:ep-desk,silence"}, kBatchOn, true, 200, 0},
-      {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kBatchOn, true, 500, 0},
-      {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kBatchOn, true, 201, 0},
-      {{"--fault", "request:2,delay:10", "--no-response"}, kBatchOn, false, 0, 10},
+      {{"--fault", "path:/v2/endpoints/batch/*,silence"}, kOn, false, 0, 0},
+      {{"--fault", "endpoint:ep-living,delay:40"}, kOn, true, 200, 40},
+      {{"--fault", "endpoint:light-kitchen,silence"}, dfi("Corva", "ReportState", "ep-kitchen"), false, 0, 0},
+      {{"--fault", "endpoint:ep-desk,silence"}, kOn, true, 200, 0},
+      {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kOn, true, 500, 0},
+      {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kOn, true, 201, 0},
+      {{"--fault", "request:2,delay:10", "--no-response"}, kOn, false, 0, 10},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     std::vector<const char*> argv = {"ornsim"};
