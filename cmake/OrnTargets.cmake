@@ -14,3 +14,14 @@ function(orn_test name)
   target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 30 PROPERTIES LABELS "${T_LABELS}")
 endfunction()
+
+# orn_fuzz_target(<name> SOURCES ... LIBS ...): a libFuzzer executable, part of `fuzz_targets`. The
+# fuzz preset instruments every target (ASan, UBSan, coverage); this links libFuzzer's main.
+function(orn_fuzz_target name)
+  cmake_parse_arguments(F "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${F_SOURCES})
+  orn_target(${name})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  target_link_libraries(${name} PRIVATE ${F_LIBS})
+  add_dependencies(fuzz_targets ${name})
+endfunction()

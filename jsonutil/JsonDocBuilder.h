@@ -1,5 +1,6 @@
 // JsonDocBuilder: owns a JSON document whose root object is filled member by
-// member.
+// member. Header-level code, like JsonValueBuilder; both sets go through
+// withHelper so they share JsonValueBuilder's rules.
 #pragma once
 
 #include <string>
@@ -14,14 +15,18 @@ namespace jsonUtil {
 class JsonDocBuilder {
  public:
   // The root starts as an empty object.
-  JsonDocBuilder();
+  JsonDocBuilder() : doc_(nullptr, kParseStackCapacity) { doc_.SetObject(); }
 
   JsonDocBuilder(const JsonDocBuilder&) = delete;
   JsonDocBuilder& operator=(const JsonDocBuilder&) = delete;
 
-  JsonDocBuilder& set(const char* key, const std::string& value);
+  JsonDocBuilder& set(const char* key, const std::string& value) {
+    return withHelper([&](JsonValueBuilder& b) { b.set(key, value); });
+  }
   // Moves the child's value in; the child holds null afterwards.
-  JsonDocBuilder& set(const char* key, JsonValueBuilder& child);
+  JsonDocBuilder& set(const char* key, JsonValueBuilder& child) {
+    return withHelper([&](JsonValueBuilder& b) { b.set(key, child); });
+  }
 
   // Lends the root to a temporary builder, applies f to it and takes the root
   // back. Should f leave by an exception, the root is lost and the document

@@ -2,12 +2,13 @@
 #include "Home.h"
 
 #include <rapidjson/document.h>
-#include <rapidjson/error/en.h>
 
 #include <algorithm>
 #include <fstream>
 #include <set>
 #include <sstream>
+
+#include "BoundedParse.h"
 
 namespace ornsim {
 namespace {
@@ -60,6 +61,15 @@ class Checker {
     *out = static_cast<int>(d);
   }
 
+  // A misspelt key would otherwise be ignored without a word.
+  void onlyKeys(const Value& obj, std::initializer_list<const char*> known) {
+    for (const auto& m : obj.GetObject()) {
+      const std::string key(m.name.GetString(), m.name.GetStringLength());
+      if (std::none_of(known.begin(), known.end(), [&](const char* k) { return key == k; }))
+        fail("unknown key \"" + key + "\"");
+    }
+  }
+
  private:
   static std::string fmt(double d) {
     std::ostringstream s;
@@ -70,13 +80,19 @@ class Checker {
   std::string where_;
 };
 
-void parseState(const Value& v, const std::string& where, DeviceState* state,
-                std::vector<std::string>* problems) {
+const char* const kInterfaces[] = {kPowerController, kBrightnessController, kColorController,
+                                   kColorTemperatureController};
+
+}  // namespace
+
+void parseDeviceState(const Value& v, const std::string& where, DeviceState* state,
+                      std::vector<std::string>* problems) {
   Checker c(problems, where);
   if (!v.IsObject()) {
     c.fail("must be an object");
     return;
   }
+  c.onlyKeys(v, {"power", "brightness", "color", "colorTemperatureInKelvin"});
   if (const Value* power = member(v, "power")) {
     if (power->IsBool())
       state->power = power->GetBool();
@@ -91,6 +107,7 @@ void parseState(const Value& v, const std::string& where, DeviceState* state,
       cc.fail("must be an object");
       return;
     }
+    cc.onlyKeys(*color, {"hue", "saturation", "brightness"});
     cc.number(*color, "hue", 0, 360, &state->color.hue);
     cc.number(*color, "saturation", 0, 1, &state->color.saturation);
     cc.number(*color, "brightness", 0, 1, &state->color.brightness);
@@ -117,19 +134,23 @@ void parseDevice(const Value& v, const std::string& where, Device* d,
     if (!ifs->IsArray()) {
       c.fail("\"interfaces\" must be an array of strings");
     } else {
-      for (const auto& i : ifs->GetArray()) {
-        if (i.IsString())
-          d->interfaces.emplace_back(i.GetString(), i.GetStringLength());
-        else
+      for (rapidjson::SizeType i = 0; i < ifs->Size(); ++i) {
+        const Value& name = (*ifs)[i];
+        if (!name.IsString()) {
           c.fail("\"interfaces\" must be an array of strings");
+          continue;
+        }
+        d->interfaces.emplace_back(name.GetString(), name.GetStringLength());
+        if (std::find(std::begin(kInterfaces), std::end(kInterfaces), d->interfaces.back()) ==
+            std::end(kInterfaces))
+          problems->push_back(where + ".interfaces[" + std::to_string(i) +
+                              "]: unknown interface \"" + d->interfaces.back() + "\"");
       }
     }
   }
   if (const Value* s = member(v, "state"))
-    parseState(*s, where + ".state", &d->state, problems);
+    parseDeviceState(*s, where + ".state", &d->state, problems);
 }
-
-}  // namespace
 
 bool Device::offers(const std::string& nameSpace) const {
   return std::find(interfaces.begin(), interfaces.end(), nameSpace) != interfaces.end();
@@ -158,11 +179,12 @@ const Group* Home::findGroup(const std::string& id) const {
 bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems) {
   const size_t before = problems->size();
   rapidjson::Document doc;
-  doc.Parse(text.data(), text.size());
-  if (doc.HasParseError()) {
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(&doc, text.data(), text.size());
+  if (parsed.IsError()) {
     problems->push_back(std::string("not valid JSON: ") +
-                        rapidjson::GetParseError_En(doc.GetParseError()) + " at offset " +
-                        std::to_string(doc.GetErrorOffset()));
+                        zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) + " at offset " +
+                        std::to_string(parsed.Offset()));
     return false;
   }
   if (!doc.IsObject()) {

@@ -2,6 +2,8 @@
 // JSON.
 #pragma once
 
+#include <rapidjson/fwd.h>
+
 #include <string>
 #include <vector>
 
@@ -55,6 +57,13 @@ struct Home {
 // Parses a home file's text. Returns false with every problem found in
 // *problems.
 bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems);
+
+// Reads one device entry, or a "state" object, as a home file writes it; each
+// problem goes to *problems prefixed by `where` ("devices[2]").
+void parseDevice(const rapidjson::Value& v, const std::string& where, Device* device,
+                 std::vector<std::string>* problems);
+void parseDeviceState(const rapidjson::Value& v, const std::string& where, DeviceState* state,
+                      std::vector<std::string>* problems);
 
 // Reads and parses a home file; problems as for parseHome, plus read errors.
 bool loadHome(const std::string& path, Home* home, std::vector<std::string>* problems);

@@ -52,8 +52,16 @@ bool parseEmit(const std::string& text, Options* o) {
 bool parseOptions(int argc, const char* const* argv, Options* o, std::string* err) {
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (arg == "--help") {
+    if (arg == "--help" || arg == "-h") {
       o->help = true;
+      continue;
+    }
+    if (arg == "--version") {
+      o->version = true;
+      continue;
+    }
+    if (arg == "-v" || arg == "--verbose") {
+      o->verbose = true;
       continue;
     }
     if (arg == "--no-register") {
@@ -64,9 +72,11 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       o->noResponse = true;
       continue;
     }
-    static const char* const kWithValue[] = {
-        "--socket", "--home", "--record", "--register-delay-ms", "--respond", "--response-delay-ms",
-        "--emit"};
+    static const char* const kWithValue[] = {"--socket",  "--home",
+                                             "--record",  "--register-delay-ms",
+                                             "--respond", "--response-delay-ms",
+                                             "--emit",    "--fault",
+                                             "--state"};
     bool known = false;
     for (const char* name : kWithValue)
       known = known || arg == name;
@@ -80,6 +90,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
     }
     const std::string value = argv[++i];
     bool ok = true;
+    std::string why;
     if (arg == "--socket")
       o->socketPath = value;
     else if (arg == "--home")
@@ -92,10 +103,14 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       ok = parseInt(value, 0, &o->responseDelayMs);
     else if (arg == "--respond")
       ok = parseRespond(value, o);
+    else if (arg == "--state")
+      o->stateFile = value;
+    else if (arg == "--fault")
+      ok = parseFault(value, 0, &o->faults.emplace_back(), &why);
     else
       ok = parseEmit(value, o);
     if (!ok) {
-      *err = "bad value for " + arg + ": \"" + value + "\"";
+      *err = "bad value for " + arg + ": \"" + value + "\"" + (why.empty() ? "" : "; " + why);
       return false;
     }
   }
@@ -120,11 +135,21 @@ Simulates the device-control service on a QIPC Unix-domain socket.
   --emit TYPE:DELAY_MS:PAYLOAD
                             DELAY_MS after each client's registration, send it an event of
                             TYPE with the text PAYLOAD (may be empty); repeatable
-  --help                    show this text
+  --fault TARGET,ACTION     answer matching requests wrongly on purpose; repeatable, the
+                            first that applies wins. TARGET: path:PATH (a trailing * makes
+                            it a prefix), endpoint:ID (by either id, or a group holding it),
+                            request:N (the Nth request since the start). ACTION:
+                            respond:CODE:DATA (the home is not touched), delay:MS, silence
+  --state FILE              keep device state and subscriptions in FILE across restarts
+  -v, --verbose             log one line per request on stderr
+  -h, --help                show this text
+  --version                 show the version
 
-Prints "ready <socket path>" on stdout once it accepts connections.
+Prints "ready <socket path>" on stdout once it accepts connections. Paths under /sim/
+(GET /sim/groups, /sim/subscriptions, /sim/faults; POST /sim/endpoints[/ID[/remove]],
+/sim/events, /sim/faults[/clear]) control the simulator; see docs/ornsim.md.
 SIGINT or SIGTERM stop it with status 0 and remove the socket.
-Exit status 2: bad command line, bad home file, or the socket cannot be set up.
+Exit status 2: bad command line, bad home or state file, or the socket cannot be set up.
 )";
 }
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "Faults.h"
+
 namespace ornsim {
 
 struct EmitSpec {
@@ -24,7 +26,11 @@ struct Options {
   int respondCode = 0;
   std::string respondData;
   std::vector<EmitSpec> emits;
+  std::vector<Fault> faults;  // --fault, in order: the first that applies wins
+  std::string stateFile;      // empty: state lives in memory only
+  bool verbose = false;       // the traffic log on stderr
   bool help = false;
+  bool version = false;
 };
 
 // Parses argv[1..]; returns false and sets *err on an unknown option or a bad

@@ -18,9 +18,33 @@ bool parse(const std::vector<std::string>& args, Options* o, std::string* err) {
 TEST(Options, ParsesFaultInjection) {
   Options o;
   std::string err;
-  ASSERT_TRUE(parse({"--socket", "/s", "--home", "h.json", "--record", "r", "--no-register",
-                     "--register-delay-ms", "5", "--no-response", "--response-delay-ms", "7",
-                     "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:"},
+  ASSERT_TRUE(parse({"--socket",
+                     "/s",
+                     "--home",
+                     "h.json",
+                     "--record",
+                     "r",
+                     "--no-register",
+                     "--register-delay-ms",
+                     "5",
+                     "--no-response",
+                     "--response-delay-ms",
+                     "7",
+                     "--respond",
+                     "-1:",
+                     "--emit",
+                     "21:100:{\"x\":\"1:2\"}",
+                     "--emit",
+                     "99:0:",
+                     "--fault",
+                     "path:v2/x/*,respond:503:a,b:c",
+                     "--fault",
+                     "next:2,delay:0",
+                     "--state",
+                     "st",
+                     "-v",
+                     "-h",
+                     "--version"},
                     &o, &err))
       << err;
   EXPECT_EQ(o.socketPath, "/s");
@@ -38,6 +62,11 @@ TEST(Options, ParsesFaultInjection) {
   EXPECT_EQ(o.emits[0].delayMs, 100);
   EXPECT_EQ(o.emits[0].payload, "{\"x\":\"1:2\"}");
   EXPECT_EQ(o.emits[1].payload, "");
+  ASSERT_EQ(o.faults.size(), 2u);
+  EXPECT_EQ(faultText(o.faults[0]), "path:/v2/x*,respond:503:a,b:c");
+  EXPECT_EQ(faultText(o.faults[1]), "request:2,delay:0");
+  EXPECT_EQ(o.stateFile, "st");
+  EXPECT_TRUE(o.verbose && o.help && o.version);
 }
 
 TEST(Options, RejectsBadCommandLines) {
@@ -56,6 +85,13 @@ TEST(Options, RejectsBadCommandLines) {
       {{"--register-delay-ms", "1s"}},
       {{"--register-delay-ms", "99999999999"}},
       {{"extra"}},
+      {{"--fault", "path:/x"}},
+      {{"--fault", "path:,silence"}},
+      {{"--fault", "request:0,silence"}},
+      {{"--fault", "endpoint:e,delay:-1"}},
+      {{"--fault", "endpoint:e,respond:5x:"}},
+      {{"--fault", "host:e,silence"}},
+      {{"--state"}},
   };
   for (const auto& c : kCases) {
     Options o;

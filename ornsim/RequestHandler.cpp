@@ -2,8 +2,7 @@
 // requests.
 #include "RequestHandler.h"
 
-#include <rapidjson/error/en.h>
-
+#include "BoundedParse.h"
 #include "Directives.h"
 #include "JsonText.h"
 #include "RequestHandlerInternal.h"
@@ -154,7 +153,7 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
   return {200, buf.GetString()};
 }
 
-Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
+Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes, Control* control) {
   std::string path, method;
   if (!q.IsObject() || !getString(q, "path", &path))
     return fail(400, "invalid_qfi", "a QFI request needs a string \"path\"");
@@ -166,6 +165,8 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes) {
     path.erase(mark);
   }
   const auto s = segments(path);
+  if (control != nullptr && s[0] == "sim")
+    return controlRequest(*control, home, method, s, body, changes);
   const bool endpoints = s.size() >= 2 && s[0] == "v2" && s[1] == "endpoints";
   auto wrongMethod = [&](const char* wanted) {
     return fail(405, "method_not_allowed",
@@ -252,13 +253,13 @@ Reply dfi(Home& home, const Value& v, std::vector<StateChange>* changes) {
 
 // Type 1 and 3: {"qfi":{..},"dfi":[..]}. One operation answers as itself;
 // several answer together in "results".
-HandlerResult requestPayload(Home& home, const Value& doc) {
+HandlerResult requestPayload(Home& home, const Value& doc, Control* control) {
   HandlerResult result;
   std::vector<Reply> replies;
   const Value* q = findMember(doc, "qfi");
   const Value* dfis = findMember(doc, "dfi");
   if (q != nullptr)
-    replies.push_back(qfi(home, *q, &result.changes));
+    replies.push_back(qfi(home, *q, &result.changes, control));
   if (dfis != nullptr && !dfis->IsArray())
     replies.push_back(fail(400, "invalid_dfi", "\"dfi\" must be an array"));
   else if (dfis != nullptr)
@@ -296,23 +297,24 @@ HandlerResult requestPayload(Home& home, const Value& doc) {
 }  // namespace
 
 HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
-                            int requestType, const std::string& payload) {
+                            int requestType, const std::string& payload, Control* control) {
   HandlerResult result;
   rapidjson::Document doc;
-  doc.Parse(payload.data(), payload.size());
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(&doc, payload.data(), payload.size());
   Reply r{0, ""};
   if (requestType != 1 && requestType != 2 && requestType != 3) {
     r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
-  } else if (doc.HasParseError()) {
+  } else if (parsed.IsError()) {
     r = fail(400, "invalid_json",
-             std::string(rapidjson::GetParseError_En(doc.GetParseError())) + " at offset " +
-                 std::to_string(doc.GetErrorOffset()));
+             std::string(zedLocalUtil::jsonUtil::parseErrorText(parsed.Code())) + " at offset " +
+                 std::to_string(parsed.Offset()));
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
   } else if (requestType == 2) {
     r = handleSubscription(home, subscriptions, client, doc);
   } else {
-    return requestPayload(home, doc);
+    return requestPayload(home, doc, control);
   }
   result.code = r.code;
   result.data = std::move(r.json);

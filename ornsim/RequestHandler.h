@@ -10,6 +10,8 @@
 
 namespace ornsim {
 
+struct Control;
+
 struct HandlerResult {
   int code = 200;
   std::string data;                  // JSON text
@@ -18,9 +20,11 @@ struct HandlerResult {
 
 // Answers one request of `requestType` (1 QFI/DFI, 2 subscriptions, 3 state)
 // from `client`, updating home and subscriptions. Bad requests get a 4xx code
-// and {"error":..,"message":..}.
+// and {"error":..,"message":..}. Paths under /sim/ are the simulator's own and
+// need `control`; without it they are unknown, as they are to the real service.
 HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
-                            int requestType, const std::string& payload);
+                            int requestType, const std::string& payload,
+                            Control* control = nullptr);
 
 // The JSON payload of the state-change event for `change`.
 std::string stateChangePayload(const StateChange& change);

@@ -4,7 +4,9 @@
 #include <rapidjson/document.h>
 
 #include <string>
+#include <vector>
 
+#include "Control.h"
 #include "Home.h"
 #include "JsonText.h"
 #include "Subscriptions.h"
@@ -20,6 +22,16 @@ struct Reply {
 inline Reply fail(int code, const std::string& error, const std::string& message) {
   return {code, errorJson(error, message)};
 }
+
+// Answers a request on a path under /sim/, split at "/" into `segments`.
+Reply controlRequest(Control& control, Home& home, const std::string& method,
+                     const std::vector<std::string>& segments, const rapidjson::Value* body,
+                     std::vector<StateChange>* changes);
+
+// Writes a subscription as the create answer shows it.
+void writeSubscription(JsonWriter& w, const Subscription& s);
+// Reads one element of a request's "subscriptions"; false with *err when it is malformed.
+bool readSubscription(const rapidjson::Value& v, Subscription* s, std::string* err);
 
 // Answers a subscription request (type 2) of `client`.
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,

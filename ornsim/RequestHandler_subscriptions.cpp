@@ -4,7 +4,6 @@
 #include "RequestHandlerInternal.h"
 
 namespace ornsim {
-namespace {
 
 using rapidjson::Value;
 
@@ -66,8 +65,6 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
     }
   return true;
 }
-
-}  // namespace
 
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
                          const Value& doc) {

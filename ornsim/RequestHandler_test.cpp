@@ -4,6 +4,9 @@
 
 #include <string>
 
+#include "Control.h"
+#include "Simulation.h"
+
 namespace ornsim {
 namespace {
 
@@ -22,6 +25,13 @@ std::string dfi(const std::string& ns, const std::string& name, const std::strin
   if (!payload.empty())
     d += R"(,"payload":)" + payload;
   return d + "}]}";
+}
+
+std::string repeat(const std::string& piece, size_t n) {
+  std::string text;
+  while (n-- > 0)
+    text += piece;
+  return text;
 }
 
 const char kReachable[] =
@@ -111,15 +121,49 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, R"({"dfi":[]})", 400, "empty_request", ""},
       {1, R"({"qfi":"x","dfi":[]})", 400, "invalid_qfi", ""},
       {9, qfi("/v2/endpoints", "GET"), 400, "unknown_request_type", ""},
+      // Nested past the depth bound: invalid JSON, whatever the type.
+      {1, std::string(400000, '['), 400, "\"Nesting deeper than 256 levels. at offset 257\"", ""},
+      {3, repeat("{\"a\":", 400000), 400, "invalid_json", ""},
+      {9, std::string(400000, '['), 400, "unknown_request_type", ""},
+      // The simulator's own paths.
+      {1, qfi("/sim/groups/", "GET"), 200, R"({"groups":[{"id":"group-downstairs","members":[")",
+       ""},
+      {1, qfi("/sim/groups", "POST"), 405, "method_not_allowed", ""},
+      {1, qfi("/sim/endpoints/ep-kitchen/x", "POST"), 404, "unknown_path", ""},
+      {1, qfi("/sim/endpoints/ghost", "POST", R"({"reachable":true})"), 404, "unknown_endpoint",
+       ""},
+      {1, qfi("/sim/endpoints/ep-kitchen", "POST", R"({"reachble":true})"), 400, "invalid_body",
+       ""},
+      {1, qfi("/sim/endpoints/ep-kitchen", "POST", R"({"state":{"power":1}})"), 400, "invalid_body",
+       ""},
+      {1, qfi("/sim/endpoints/ep-kettle", "POST", R"({"state":{"brightness":1}})"), 400,
+       "unsupported_interface", ""},
+      {1, qfi("/sim/endpoints/ep-garage", "POST", R"({"state":{"power":true}})"), 503,
+       "endpoint_unreachable", ""},
+      {1, qfi("/sim/endpoints/ep-garage", "POST", R"({"reachable":true,"state":{"power":true}})"),
+       200, "SUCCESS", ""},
+      {1, qfi("/sim/endpoints", "POST", R"({"id":"x","externallyReportedId":"ep-desk"})"), 409,
+       "device_exists", ""},
+      {1, qfi("/sim/endpoints", "POST", R"({"id":"x","interfaces":["Corva.Power"]})"), 400,
+       "unknown interface", ""},
+      {1, qfi("/sim/endpoints/light-kitchen/remove", "POST"), 200, "SUCCESS", ""},
+      {1, qfi("/sim/events", "POST", R"({"eventType":"21"})"), 400, "invalid_body", ""},
+      {1, qfi("/sim/events", "POST", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})",
+       ""},
+      {1, qfi("/sim/faults", "POST", R"({"fault":"next:2,silence"})"), 200,
+       R"({"requests":0,"faults":["request:2,silence"]})", ""},
+      {1, qfi("/sim/faults", "POST", R"({"fault":"request:2"})"), 400, "invalid_body", ""},
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
-    HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload);
-    EXPECT_EQ(r.code, c.code) << c.payload << "\n" << r.data;
-    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << c.payload << "\n" << r.data;
+    Control control(subs);
+    HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload, &control);
+    const std::string row = c.payload.substr(0, 200);
+    EXPECT_EQ(r.code, c.code) << row << "\n" << r.data;
+    EXPECT_NE(r.data.find(c.dataHas), std::string::npos) << row << "\n" << r.data;
     if (*c.dataLacks != '\0') {
-      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << c.payload << "\n" << r.data;
+      EXPECT_EQ(r.data.find(c.dataLacks), std::string::npos) << row << "\n" << r.data;
     }
   }
 }
@@ -153,11 +197,15 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
       {dfi("Corva.ColorTemperatureController", "DecreaseColorTemperature", "ep-kitchen",
            R"({"colorTemperatureDelta":5000})"),
        "colorTemperature", "1000", "Corva.Endpoint.Feature.ColorTemperature"},
+      // As if the wall switch moved.
+      {qfi("/sim/endpoints/light-kitchen", "POST", R"({"state":{"brightness":5}})"), "brightness",
+       "5", "Corva.Endpoint.Feature.Brightness"},
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
-    HandlerResult r = handleRequest(home, subs, "client", 1, c.payload);
+    Control control(subs);
+    HandlerResult r = handleRequest(home, subs, "client", 1, c.payload, &control);
     ASSERT_EQ(r.code, 200) << c.payload << "\n" << r.data;
     ASSERT_EQ(r.changes.size(), 1u) << c.payload;
     EXPECT_EQ(r.changes[0].entityId, "light-kitchen") << c.payload;
@@ -194,6 +242,9 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   auto created = handleRequest(home, subs, "alice", 2, kCreateKitchenPower);
   ASSERT_EQ(created.code, 200) << created.data;
   EXPECT_NE(created.data.find("\"subscriptionId\":\"sub-1\""), std::string::npos);
+  Control control(subs);
+  EXPECT_EQ(handleRequest(home, subs, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
+            R"({"clients":[{"client":"alice","subscriptions":[)" + created.data.substr(18) + "]}");
   static const struct {
     const char* client;
     const char* payload;
@@ -262,6 +313,54 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
     subs.add("watcher", c.sub);
     EXPECT_EQ(subs.subscribers(home, kitchenPower).count("watcher"), c.matches ? 1u : 0u)
         << c.sub.endpointId << c.sub.groupId;
+  }
+}
+
+TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
+  const std::string kBatchOn = qfi("/v2/endpoints/batch/interfaces/power/turnOn", "POST",
+                                   R"({"groupId":"group-downstairs","directivePayload":{}})");
+  static const struct {
+    std::vector<std::string> options;
+    std::string payload;  // sent twice; the second answer is checked
+    bool answer;
+    int code;
+    int delayMs;
+  } kCases[] = {
+      {{"--fault", "path:/v2/endpoints,respond:503:x"},
+       qfi("/v2/endpoints/?a=b", "GET"),
+       true,
+       503,
+       0},
+      {{"--fault", "path:*,respond:503:x"}, qfi("/sim/groups", "GET"), true, 200, 0},
+      {{"--fault", "path:/v2/endpoints/batch/*,silence"}, kBatchOn, false, 0, 0},
+      {{"--fault", "endpoint:ep-living,delay:40"}, kBatchOn, true, 200, 40},
+      {{"--fault", "endpoint:light-kitchen,silence"},
+       dfi("Corva", "ReportState", "ep-kitchen"),
+       false,
+       0,
+       0},
+      {{"--fault", "endpoint:ep-desk,silence"}, kBatchOn, true, 200, 0},
+      {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kBatchOn, true, 500, 0},
+      {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kBatchOn, true, 201, 0},
+      {{"--fault", "request:2,delay:10", "--no-response"}, kBatchOn, false, 0, 10},
+  };
+  for (const auto& c : kCases) {
+    std::vector<const char*> argv = {"ornsim"};
+    for (const auto& a : c.options)
+      argv.push_back(a.c_str());
+    Options o;
+    std::string err;
+    ASSERT_TRUE(parseOptions(static_cast<int>(argv.size()), argv.data(), &o, &err)) << err;
+    Home home = builtinHome();
+    Subscriptions subs;
+    Simulation sim(o, home, subs, nullptr);
+    sim.serve("c", 1, c.payload);
+    const Simulation::Outcome out = sim.serve("c", 1, c.payload);
+    EXPECT_EQ(out.answer, c.answer) << c.options[1] << " " << c.payload;
+    EXPECT_EQ(out.delayMs, c.delayMs) << c.options[1];
+    if (c.answer) {
+      EXPECT_EQ(out.code, c.code) << c.options[1] << "\n" << out.data;
+    }
   }
 }
 

@@ -194,23 +194,19 @@ class Server::Session : public std::enable_shared_from_this<Session> {
     if (m.kind != MessageKind::kRequest)
       return false;
     server_.record(requestRecord(name_, m));
-    if (o.noResponse)
+    Simulation::Outcome out = server_.simulation_.serve(name_, m.type, m.text);
+    int events = out.eventsSent;
+    for (const auto& change : out.changes)
+      events += server_.publish(change);
+    server_.simulation_.log(name_, m.type, out, events);
+    if (!out.answer)
       return true;
     Message response;
     response.kind = MessageKind::kResponse;
     response.id = m.id;
-    if (o.respond) {
-      response.code = o.respondCode;
-      response.text = o.respondData;
-    } else {
-      HandlerResult result =
-          handleRequest(server_.home_, server_.subscriptions_, name_, m.type, m.text);
-      response.code = result.code;
-      response.text = std::move(result.data);
-      for (const auto& change : result.changes)
-        server_.publish(change);
-    }
-    sendLater(o.responseDelayMs, std::move(response));
+    response.code = out.code;
+    response.text = std::move(out.data);
+    sendLater(out.delayMs, std::move(response));
     return true;
   }
 
@@ -240,7 +236,15 @@ class Server::Session : public std::enable_shared_from_this<Session> {
 };
 
 Server::Server(asio::io_context& io, const Options& options, Home home)
-    : io_(io), options_(options), home_(std::move(home)), acceptor_(io), acceptRetry_(io) {}
+    : io_(io),
+      options_(options),
+      home_(std::move(home)),
+      simulation_(options, home_, subscriptions_,
+                  [this](const std::string& client, int type, const std::string& payload) {
+                    return sendEvent(client, type, payload);
+                  }),
+      acceptor_(io),
+      acceptRetry_(io) {}
 
 Server::~Server() {
   try {
@@ -260,6 +264,8 @@ bool Server::start(const std::string& path, std::string* err) {
       return false;
     }
   }
+  if (!simulation_.start(err))
+    return false;
   // A socket file left by a dead ornsim is replaced; a live one is not.
   struct stat st;
   if (lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode)) {
@@ -335,16 +341,28 @@ void Server::record(const std::string& line) {
   fflush(record_);
 }
 
-void Server::publish(const StateChange& change) {
+int Server::publish(const StateChange& change) {
   const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
   if (clients.empty())
-    return;
+    return 0;
   Message m = event(kStateChangeEvent, stateChangePayload(change));
   // Copy: a send may cut a slow client off and erase it from sessions_.
   const auto sessions = sessions_;
+  int sent = 0;
   for (const auto& s : sessions)
     if (s->registered() && clients.count(s->name()) != 0)
-      s->send(m);
+      sent += (s->send(m), 1);
+  return sent;
+}
+
+int Server::sendEvent(const std::string& client, int type, const std::string& payload) {
+  const Message m = event(type, payload);
+  const auto sessions = sessions_;
+  int sent = 0;
+  for (const auto& s : sessions)
+    if (s->registered() && (client.empty() || s->name() == client))
+      sent += (s->send(m), 1);
+  return sent;
 }
 
 }  // namespace ornsim

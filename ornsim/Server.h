@@ -10,6 +10,7 @@
 
 #include "Home.h"
 #include "Options.h"
+#include "Simulation.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
@@ -34,13 +35,17 @@ class Server {
 
   void accept();
   void record(const std::string& line);
-  // Sends a state-change event to every session whose client subscribed to it.
-  void publish(const StateChange& change);
+  // Sends a state-change event to every session whose client subscribed to it;
+  // returns how many got it.
+  int publish(const StateChange& change);
+  // Sends an event to the registered sessions of `client` (all when empty).
+  int sendEvent(const std::string& client, int type, const std::string& payload);
 
   asio::io_context& io_;
   const Options& options_;
   Home home_;
   Subscriptions subscriptions_;
+  Simulation simulation_;
   asio::local::stream_protocol::acceptor acceptor_;
   asio::steady_timer acceptRetry_;
   std::string path_;

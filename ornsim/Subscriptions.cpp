@@ -2,6 +2,8 @@
 #include "Subscriptions.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdlib>
 
 namespace ornsim {
 namespace {
@@ -56,6 +58,14 @@ int Subscriptions::remove(const std::string& client, const std::string& endpoint
                             }),
              list.end());
   return static_cast<int>(before - list.size());
+}
+
+void Subscriptions::restore(const std::string& client, Subscription s) {
+  const char* digits = s.id.c_str() + (s.id.rfind("sub-", 0) == 0 ? 4 : s.id.size());
+  const long n = std::strtol(digits, nullptr, 10);
+  if (n >= nextId_ && n < INT_MAX)
+    nextId_ = static_cast<int>(n) + 1;
+  byClient_[client].push_back(std::move(s));
 }
 
 std::vector<Subscription> Subscriptions::of(const std::string& client) const {

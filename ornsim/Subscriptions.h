@@ -43,6 +43,10 @@ class Subscriptions {
   std::vector<Subscription> of(const std::string& client) const;
   // Names of the clients that have a subscription matching `change`.
   std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
+  // Every client's subscriptions, by client name.
+  const std::map<std::string, std::vector<Subscription>>& all() const { return byClient_; }
+  // Puts back a saved subscription with its id; later ids count on past it.
+  void restore(const std::string& client, Subscription s);
 
  private:
   std::map<std::string, std::vector<Subscription>> byClient_;

@@ -23,6 +23,10 @@ int run(int argc, char** argv) {
     fputs(ornsim::usageText(), stdout);
     return 0;
   }
+  if (options.version) {
+    printf("ornsim %s\n", ORNSIM_VERSION);
+    return 0;
+  }
   ornsim::Home home = ornsim::builtinHome();
   if (!options.homeFile.empty()) {
     std::vector<std::string> problems;

@@ -15,7 +15,7 @@ constexpr char kEmptyHeadAndEndpoint[] =
 
 TEST(DFIRequest, JsonText) {
   static const struct {
-    const char* payload;
+    std::string payload;
     std::string want;
   } kCases[] = {
       {"", std::string(kEmptyHeadAndEndpoint) + "}"},
@@ -26,12 +26,13 @@ TEST(DFIRequest, JsonText) {
        std::string(kEmptyHeadAndEndpoint) + R"(,"payload":{"a":{"b":null}}})"},
       {"{bad", ""},
       {"{}x", ""},
+      {std::string(65000, '[') + std::string(65000, ']'), ""},  // past the depth bound
   };
   for (const auto& c : kCases) {
     ORNRequestBuilder parent;
     DFIRequestBuilder b(&parent);
     b.request()->payload = c.payload;
-    EXPECT_EQ(c.want, b.request()->toJsonString()) << c.payload;
+    EXPECT_EQ(c.want, b.request()->toJsonString()) << c.payload.substr(0, 80);
   }
 }
 

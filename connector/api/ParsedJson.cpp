@@ -1,5 +1,8 @@
-// Embedding JSON texts as values, with RapidJSON's default parsing rules.
+// Embedding JSON texts as values, with RapidJSON's default parsing rules and
+// the depth bound.
 #include "ParsedJson.h"
+
+#include "BoundedParse.h"
 
 namespace ornwick {
 namespace ornConnector {
@@ -9,12 +12,8 @@ using zedLocalUtil::jsonUtil::JsonDocument;
 using zedLocalUtil::jsonUtil::JsonValueBuilder;
 
 bool parseJsonText(const std::string& text, JsonDocument* out) {
-  out->Parse(text.c_str());
-  if (out->HasParseError()) {
-    out->SetNull();
-    return false;
-  }
-  return true;
+  // Over-deep text fails like any unparseable text and leaves *out null.
+  return !zedLocalUtil::jsonUtil::boundedParse(out, text.c_str()).IsError();
 }
 
 bool setParsedJson(zedLocalUtil::jsonUtil::JsonDocBuilder& doc, const char* key,

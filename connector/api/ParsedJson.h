@@ -11,7 +11,8 @@ namespace ornConnector {
 namespace api {
 
 // Parses text, up to its first NUL, into *out. Returns false, with *out null,
-// when it does not parse (the empty text included).
+// when it does not parse (the empty text and text nested deeper than
+// kMaxJsonDepth included).
 bool parseJsonText(const std::string& text, zedLocalUtil::jsonUtil::JsonDocument* out);
 
 // Appends the parsed text to the root under key, or null when it does not

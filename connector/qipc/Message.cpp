@@ -2,9 +2,10 @@
 #include "Message.h"
 
 #include <rapidjson/document.h>
-#include <rapidjson/error/en.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+
+#include "BoundedParse.h"
 
 namespace ornwick {
 namespace qipc {
@@ -87,10 +88,12 @@ std::string encodeMessage(const Message& m) {
 
 bool decodeMessage(const std::string& text, Message* m, std::string* err) {
   rapidjson::Document doc;
-  doc.Parse(text.data(), text.size());
-  if (doc.HasParseError()) {
-    *err = std::string("bad message JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
-           " at offset " + std::to_string(doc.GetErrorOffset());
+  const rapidjson::ParseResult parsed =
+      zedLocalUtil::jsonUtil::boundedParse(&doc, text.data(), text.size());
+  if (parsed.IsError()) {
+    *err = std::string("bad message JSON: ") +
+           zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) + " at offset " +
+           std::to_string(parsed.Offset());
     return false;
   }
   if (!doc.IsObject()) {

@@ -13,13 +13,14 @@ TEST(Message, RoundTripsEveryKind) {
       {MessageKind::kRegister, "", 1, 0, "ORNCLI-cmd", false},
       {MessageKind::kRequest, "42-ab-1", 3, 0, "{\"qfi\":{}}", true},
       {MessageKind::kRequest, "", -7, 0, std::string("nul\0inside", 10), false},
+      {MessageKind::kRequest, "r", 1, 0, std::string(400000, '['), false},  // in a string: no depth
       {MessageKind::kResponse, "r1", 0, 404, "not json", false},
   };
   for (const auto& c : kCases) {
     const std::string text = encodeMessage(c);
     Message m;
     std::string err;
-    ASSERT_TRUE(decodeMessage(text, &m, &err)) << text << ": " << err;
+    ASSERT_TRUE(decodeMessage(text, &m, &err)) << text.substr(0, 80) << ": " << err;
     EXPECT_EQ(m.kind, c.kind) << text;
     EXPECT_EQ(m.id, c.id) << text;
     EXPECT_EQ(m.type, c.type) << text;
@@ -31,7 +32,7 @@ TEST(Message, RoundTripsEveryKind) {
 
 TEST(Message, DecodeRejectsMalformedMessages) {
   static const struct {
-    const char* text;
+    std::string text;
   } kCases[] = {
       {""},
       {"{"},
@@ -46,12 +47,16 @@ TEST(Message, DecodeRejectsMalformedMessages) {
       {R"({"kind":"register","clientName":"x"})"},
       {R"({"kind":"request","requestId":1,"requestType":1,"payload":""})"},
       {R"({"kind":"response","requestId":"1","responseCode":200,"responseData":{}})"},
+      // Nested past the depth bound, even in a member nobody reads.
+      {std::string(400000, '[')},
+      {R"({"kind":"event","eventType":20,"payload":"","x":)" + std::string(400000, '[') +
+       std::string(400000, ']') + "}"},
   };
   for (const auto& c : kCases) {
     Message m;
     std::string err;
-    EXPECT_FALSE(decodeMessage(c.text, &m, &err)) << c.text;
-    EXPECT_FALSE(err.empty()) << c.text;
+    EXPECT_FALSE(decodeMessage(c.text, &m, &err)) << c.text.substr(0, 80);
+    EXPECT_FALSE(err.empty()) << c.text.substr(0, 80);
   }
 }
 

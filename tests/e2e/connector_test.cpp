@@ -350,6 +350,7 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
       {"unknown kind", frame(R"({"kind":"shout"})")},
       {"client sends a response",
        frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+      {"nested too deep", frame(std::string(400000, '['))},
   };
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -359,6 +360,9 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
   auto bad = good->client->sendSyncRequest(request(*good->client, 9, "{"));
   ASSERT_TRUE(bad);
   EXPECT_EQ(bad->responseCode, 400);
+  auto deep = good->client->sendSyncRequest(request(*good->client, 9, std::string(400000, '[')));
+  ASSERT_TRUE(deep);
+  EXPECT_EQ(deep->responseCode, 400);
   for (const auto& c : kCases) {
     int fd = rawConnect(sim.socketPath());
     ASSERT_GE(fd, 0) << c.name;
@@ -378,6 +382,7 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
       {"event without type", frame(R"({"kind":"event","payload":""})")},
       {"service sends a request",
        frame(R"({"kind":"request","requestId":"1","requestType":1,"payload":""})")},
+      {"nested too deep", frame("{\"x\":" + std::string(400000, '['))},
   };
   FakeService fake;
   ASSERT_TRUE(fake.ok());
@@ -552,6 +557,58 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   ASSERT_TRUE(r);
   EXPECT_EQ(r->responseCode, 500);
   EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
+}
+
+TEST(Ornsim, WallSwitchReachesListenersAndTheTrafficLog) {
+  orntest::Ornsim sim({"-v"});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  auto listener = connectTo(sim.socketPath(), "listener");
+  ASSERT_TRUE(listener);
+  ASSERT_TRUE(listener->client->sendSyncRequest(request(
+      *listener->client, 2,
+      R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-kitchen"}}}]})")));
+  auto run = orntest::runOrncli(
+      sim.socketPath(), {"qfi", "--path", "/sim/endpoints/ep-kitchen", "--method", "POST", "--body",
+                         R"({"state":{"power":false}})"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  ASSERT_TRUE(listener->handler->waitEvents(21));
+  EXPECT_NE(listener->handler->events().back().payload.find(R"("value":"OFF")"), std::string::npos);
+  std::ifstream log(sim.dir().file("ornsim.stderr"));
+  const std::string text((std::istreambuf_iterator<char>(log)), {});
+  EXPECT_NE(text.find(R"( #2 "ORNCLI-cmd" type 1 POST /sim/endpoints/ep-kitchen -> 200, events 1)"),
+            std::string::npos)
+      << text;
+}
+
+TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
+  orntest::TempDir dir;
+  const std::string state = dir.file("state.json");
+  const std::vector<std::vector<std::string>> kRuns[] = {
+      {{"power", "turnOff", "--endpoints", "ep-kitchen"},
+       {"subscribe", "create", "--endpoint", "ep-kitchen", "--events", "ns:n"}},
+      {{"state", "get", "--endpoint", "ep-kitchen", "--feature", "power"},
+       {"subscribe", "create", "--endpoint", "ep-desk", "--events", "ns:n"},
+       {"subscribe", "list"}},
+  };
+  std::string out;
+  for (const auto& runs : kRuns) {
+    orntest::Ornsim sim({"--state", state});
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    for (const auto& args : runs)
+      out += orntest::runOrncli(sim.socketPath(), args).out;
+  }
+  EXPECT_NE(out.find(R"({"value":"OFF"})"), std::string::npos) << out;
+  EXPECT_NE(
+      out.find(
+          R"("subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}})"),
+      std::string::npos)
+      << out;
+  EXPECT_NE(
+      out.find(
+          R"("subscriptionId":"sub-2","entities":{"endpoint":{"type":"Endpoint","id":"ep-desk"}})"),
+      std::string::npos)
+      << out;
+  EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <iostream>
 
+#include "BoundedParse.h"
 #include "ORNCLIInternal.h"
 #include "QfiPath.h"
 #include "RequestPayload.h"
@@ -18,8 +19,7 @@ using ornConnector::api::RequestPayload;
 namespace {
 
 // The answer is only read, so its tree lives in a memory pool, freed at once
-// rather than node by node: with the iterative parser, an answer nested a
-// hundred thousand levels deep cannot exhaust the stack.
+// rather than node by node.
 using JsonValue = rapidjson::Value;
 
 // The member's value when present, else nullptr.
@@ -68,9 +68,10 @@ std::vector<CachedDevice> parseLocalDevices(const std::string& json) {
   if (json.empty()) {
     return devices;
   }
+  // A plain parse of the text: it ends at a NUL and a byte-order mark is an
+  // error. Nesting past the bound is malformed JSON too: no devices.
   rapidjson::Document doc;
-  doc.Parse<rapidjson::kParseIterativeFlag>(json.c_str(), json.size());
-  if (doc.HasParseError() || !doc.IsObject()) {
+  if (zedLocalUtil::jsonUtil::boundedParse(&doc, json.c_str()).IsError() || !doc.IsObject()) {
     return devices;
   }
   const JsonValue* results = findMember(doc, "results");

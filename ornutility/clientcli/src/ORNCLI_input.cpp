@@ -1,6 +1,7 @@
 // ORNCLI: the two line readers of the interactive mode.
 #include "ORNCLI.h"
 
+#include <cstdio>
 #include <iostream>
 
 #include "ORNCLIInternal.h"
@@ -21,6 +22,10 @@ std::string readLine(const std::string& prompt) {
   if (!std::getline(std::cin, line)) {
     std::cin.clear();
     std::cin.ignore(kDiscardLimit, '\n');
+    // glibc keeps stdin's end-of-file flag, so after Ctrl-D at a terminal every
+    // later read would end at once; a pipe at its end simply ends again.
+    std::cin.clear();
+    std::clearerr(stdin);
     return std::string();
   }
   return line;

@@ -1,0 +1,29 @@
+// Control: the simulator's own QFI paths under /sim/, for changing the home from
+// outside, looking inside it and setting faults. The real service has none of them.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Faults.h"
+#include "Subscriptions.h"
+
+namespace ornsim {
+
+// Sends an event to the registered connections of a client (every registered
+// connection when the name is empty); returns how many got it.
+using EventSender =
+    std::function<int(const std::string& client, int type, const std::string& payload)>;
+
+// What the /sim/ paths work on besides the home.
+struct Control {
+  explicit Control(const Subscriptions& subs) : subscriptions(subs) {}
+
+  const Subscriptions& subscriptions;
+  std::vector<Fault> faults;
+  long requests = 0;      // received so far, the current one included
+  EventSender sendEvent;  // unset: events reach nobody
+};
+
+}  // namespace ornsim

@@ -1,0 +1,12 @@
+// libFuzzer target: arbitrary bytes as the service's device list, as the
+// interactive dialogues read it.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "ORNCLI.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  ornwick::ornUtility::parseLocalDevices(std::string(reinterpret_cast<const char*>(data), size));
+  return 0;
+}
