@@ -18,6 +18,9 @@ using AnswerReader = std::function<std::string(const std::string&)>;
 
 namespace {
 
+// Asks for a group id or a list of endpoint ids and sets "groupId" or "batch" on the body.
+void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextArg);
+
 // The answer reader each batch dialogue hands to promptBatchEndpointsOrGroup.
 AnswerReader readerOf(ORNCLI* cli) {
   return [cli](const std::string& prompt) { return cli->nextArgRequired(prompt); };
@@ -53,6 +56,8 @@ void promptFeatureGet(const AnswerReader& nextArg, const char* feature, QFIReque
 
 }  // namespace
 
+namespace {
+
 void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextArg) {
   writeLine(
       "\nSelect batch endpoint source:\n1. Group (via groupId)\n"
@@ -70,6 +75,8 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextAr
   }
   buildBatchEndpoints(doc, ids);
 }
+
+}  // namespace
 
 std::shared_ptr<QFIRequest> ORNCLI::promptQfiRequest() {
   auto request = std::make_shared<QFIRequest>();
