@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -120,14 +118,13 @@ TEST(ArgHelpers, SafeStoiTrimsAndWarns) {
       {"99999999999999999999999", true, INT_MAX, false},
   };
   for (const auto& c : kCases) {
-    std::ostringstream captured;
-    std::streambuf* saved = std::cout.rdbuf(captured.rdbuf());
+    testing::internal::CaptureStdout();
     int out = 12345;
     bool ok = safeStoi(c.input, out, -1);
-    std::cout.rdbuf(saved);
+    const std::string captured = testing::internal::GetCapturedStdout();
     EXPECT_EQ(c.ok, ok) << c.input;
     EXPECT_EQ(c.want, out) << c.input;
-    EXPECT_EQ(c.warns ? kWarning : "", captured.str()) << c.input;
+    EXPECT_EQ(c.warns ? kWarning : "", captured) << c.input;
   }
 }
 

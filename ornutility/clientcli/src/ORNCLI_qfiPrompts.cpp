@@ -2,7 +2,6 @@
 #include "ORNCLI.h"
 
 #include <cstdlib>
-#include <iostream>
 
 #include "ArgHelpers.h"
 #include "BatchEndpoints.h"
@@ -67,7 +66,7 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextAr
     return;
   }
   // Deliberate: the reader's own " : " follows the label on the same line.
-  std::cout << "\nEnter number of endpoints: " << std::flush;
+  writeOut("\nEnter number of endpoints: ");
   const int count = promptInt(nextArg, "", 1, "Invalid number of endpoints, defaulting to 1");
   std::vector<std::string> ids;
   for (long long i = 1; i <= count; ++i) {
