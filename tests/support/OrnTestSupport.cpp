@@ -86,12 +86,7 @@ Child spawn(const std::string& exe, const std::vector<std::string>& args,
   }
   for (const auto& [key, value] : env)
     envStrings.push_back(key + "=" + value);
-  // A cross build runs its programs under the user-mode emulator, as ctest does.
-  const std::string emulator = ORN_EMULATOR;
-  std::vector<char*> argv;
-  if (!emulator.empty())
-    argv.push_back(const_cast<char*>(emulator.c_str()));
-  argv.push_back(const_cast<char*>(exe.c_str()));
+  std::vector<char*> argv{const_cast<char*>(exe.c_str())};
   for (const auto& a : args)
     argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -116,7 +111,7 @@ Child spawn(const std::string& exe, const std::vector<std::string>& args,
       if (fd >= 0)
         dup2(fd, 2);
     }
-    execve(argv[0], argv.data(), envp.data());
+    execve(exe.c_str(), argv.data(), envp.data());
     _exit(127);
   }
   close(inPipe[0]);
