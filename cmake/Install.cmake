@@ -3,8 +3,10 @@
 include(GNUInstallDirs)
 
 set(ORN_COMPLETION ${PROJECT_SOURCE_DIR}/ornutility/clientcli/completion/orncli_completion.sh)
-# Debian keeps liblog in a private folder: the installed orncli keeps its path to it.
-set_target_properties(orncli PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+# Debian keeps liblog in a private folder: the installed orncli keeps its path to it. The
+# build tree's orncli uses that same run path: CMake's own would end in an empty entry, the
+# current folder, which the loader searches for every library at each start.
+set_target_properties(orncli PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON BUILD_WITH_INSTALL_RPATH ON)
 install(TARGETS orncli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${ORN_COMPLETION} RENAME orncli
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
