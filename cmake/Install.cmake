@@ -16,6 +16,11 @@ if(NOT ORN_PLATFORM_CONNECTOR)
   install(TARGETS ornsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   # The library is static: its transport goes along, and the .pc file names both.
   install(TARGETS ornconnector orn_qipc ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+    # Machine code beside the link-time IR, so the archives link without a compiler's LTO plugin.
+    target_compile_options(ornconnector PRIVATE -ffat-lto-objects)
+    target_compile_options(orn_qipc PRIVATE -ffat-lto-objects)
+  endif()
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/connector/client/include/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ornconnector FILES_MATCHING PATTERN "*.h")
   install(FILES ${PROJECT_SOURCE_DIR}/connector/api/ORNRequest.h
