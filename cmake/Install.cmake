@@ -27,6 +27,8 @@ if(NOT ORN_PLATFORM_CONNECTOR)
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ornconnector)
   # Relative to the .pc file, so the tree may be installed under any prefix.
   file(RELATIVE_PATH ORN_PC_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  # The library logs through liblog, which Debian keeps in a private folder.
+  get_filename_component(ORN_LIBLOG_DIR ${ORN_LIBLOG} DIRECTORY)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/ornconnector.pc.in ornconnector.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/ornconnector.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()

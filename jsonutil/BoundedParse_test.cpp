@@ -6,8 +6,7 @@
 
 #include "JsonTypes.h"
 
-namespace zedLocalUtil {
-namespace jsonUtil {
+namespace zedLocalUtil::jsonUtil {
 namespace {
 
 std::string objects(size_t depth) {
@@ -58,5 +57,4 @@ TEST(BoundedParse, IsParseUpToTheDepthBoundAndFailsPastIt) {
 }
 
 }  // namespace
-}  // namespace jsonUtil
-}  // namespace zedLocalUtil
+}  // namespace zedLocalUtil::jsonUtil

@@ -5,8 +5,7 @@
 #include <limits>
 #include <string>
 
-namespace zedLocalUtil {
-namespace jsonUtil {
+namespace zedLocalUtil::jsonUtil {
 namespace {
 
 TEST(Serialize, DoublesAlwaysCarryAFractionOrExponent) {
@@ -34,5 +33,4 @@ TEST(Serialize, NonFiniteGivesEmptyText) {
 }
 
 }  // namespace
-}  // namespace jsonUtil
-}  // namespace zedLocalUtil
+}  // namespace zedLocalUtil::jsonUtil

@@ -1,15 +1,10 @@
-// libFuzzer target: arbitrary bytes as a home file.
+// libFuzzer target: arbitrary bytes as a home file, either taken whole or refused with at
+// least one reason.
 #include "Home.h"
-
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ornsim::Home home;
   std::vector<std::string> problems;
-  // A file is either taken whole or refused with at least one reason.
   if (ornsim::parseHome(std::string(reinterpret_cast<const char*>(data), size), &home, &problems) !=
       problems.empty())
     __builtin_trap();

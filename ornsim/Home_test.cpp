@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace ornsim {
@@ -29,13 +30,11 @@ TEST(Home, ParsesAGoodFile) {
   ASSERT_EQ(home.devices.size(), 2u);
   const Device* a = home.findDevice("ep-a");
   ASSERT_NE(a, nullptr);
-  EXPECT_EQ(a->id, "a");
-  EXPECT_FALSE(a->reachable);
-  EXPECT_TRUE(a->offers(kPowerController));
-  EXPECT_EQ(a->state.brightness, 7);
-  EXPECT_EQ(a->state.color.saturation, 0.5);
-  EXPECT_EQ(a->state.colorTemperatureInKelvin, 2000);
-  EXPECT_TRUE(home.findDevice("b")->reachable);
+  const DeviceState& s = a->state;
+  EXPECT_EQ(std::tie(a->id, a->friendlyName, a->reachable, s.power, s.brightness, s.color.hue,
+                     s.color.saturation, s.color.brightness, s.colorTemperatureInKelvin),
+            std::make_tuple("a", "A", false, true, 7, 10.0, 0.5, 1.0, 2000));
+  EXPECT_TRUE(a->offers(kPowerController) && home.findDevice("b")->reachable);
   ASSERT_NE(home.findGroup("g"), nullptr);
   EXPECT_EQ(home.findDevice(""), nullptr);
 }
@@ -45,32 +44,22 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
     std::string text;
     std::vector<std::string> problems;  // each must appear, in this order
   } kCases[] = {
+      // clang-format off
       {"{", {"not valid JSON"}},
       {"[]", {"top level must be an object"}},
       {"{}", {"\"devices\" must be an array"}},
       {R"({"devices":[{}]})", {"devices[0]: missing \"id\""}},
       {R"({"devices":[7]})", {"devices[0]: must be an object"}},
-      {R"({"devices":[{"id":1,"reachable":"yes","interfaces":"Corva.PowerController"}]})",
-       {"devices[0]: \"id\" must be a string", "devices[0]: \"reachable\" must be true or false",
-        "devices[0]: \"interfaces\" must be an array of strings"}},
-      {R"({"devices":[{"id":"a","state":{"power":1,"brightness":101,"colorTemperatureInKelvin":5}}]})",
-       {"devices[0].state: \"power\"",
-        "devices[0].state: \"brightness\" must be a number from 0 to 100",
-        "devices[0].state: \"colorTemperatureInKelvin\""}},
-      {R"({"devices":[{"id":"a","state":{"color":{"hue":400,"saturation":"x"}}}]})",
-       {"devices[0].state.color: \"hue\"", "devices[0].state.color: \"saturation\""}},
-      {R"({"devices":[{"id":"a"},{"id":"b","externallyReportedId":"a"}]})",
-       {"devices[1]: id \"a\" is used twice"}},
-      {R"({"devices":[{"id":"a"}],"groups":[{"members":["a","zz"]},{"id":"g"}]})",
-       {"groups[0]: missing \"id\"", "groups[0]: member \"zz\" is not a device",
-        "groups[1]: \"members\" must be an array"}},
+      {R"({"devices":[{"id":1,"reachable":"yes","interfaces":"Corva.PowerController"}]})", {"devices[0]: \"id\" must be a string", "devices[0]: \"reachable\" must be true or false", "devices[0]: \"interfaces\" must be an array of strings"}},
+      {R"({"devices":[{"id":"a","state":{"power":1,"brightness":101,"colorTemperatureInKelvin":5}}]})", {"devices[0].state: \"power\"", "devices[0].state: \"brightness\" must be a number from 0 to 100", "devices[0].state: \"colorTemperatureInKelvin\""}},
+      {R"({"devices":[{"id":"a","state":{"color":{"hue":400,"saturation":"x"}}}]})", {"devices[0].state.color: \"hue\"", "devices[0].state.color: \"saturation\""}},
+      {R"({"devices":[{"id":"a"},{"id":"b","externallyReportedId":"a"}]})", {"devices[1]: id \"a\" is used twice"}},
+      {R"({"devices":[{"id":"a"}],"groups":[{"members":["a","zz"]},{"id":"g"}]})", {"groups[0]: missing \"id\"", "groups[0]: member \"zz\" is not a device", "groups[1]: \"members\" must be an array"}},
       {R"({"devices":[],"groups":{}})", {"\"groups\" must be an array"}},
       {std::string(400000, '['), {"not valid JSON: Nesting deeper than 256 levels."}},
-      {R"({"devices":[{"id":"a","interfaces":["Corva.PowerController","Corva.Power"]}]})",
-       {"devices[0].interfaces[1]: unknown interface \"Corva.Power\""}},
-      {R"({"devices":[{"id":"a","state":{"brightnes":1,"color":{"hue":1,"sat":0}}}]})",
-       {"devices[0].state: unknown key \"brightnes\"",
-        "devices[0].state.color: unknown key \"sat\""}},
+      {R"({"devices":[{"id":"a","interfaces":["Corva.PowerController","Corva.Power"]}]})", {"devices[0].interfaces[1]: unknown interface \"Corva.Power\""}},
+      {R"({"devices":[{"id":"a","state":{"brightnes":1,"color":{"hue":1,"sat":0}}}]})", {"devices[0].state: unknown key \"brightnes\"", "devices[0].state.color: unknown key \"sat\""}},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     Home home = builtinHome();
@@ -88,25 +77,11 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
   }
 }
 
-TEST(Home, BuiltinHomeIsConsistent) {
-  const Home home = builtinHome();
-  EXPECT_GE(home.devices.size(), 6u);
-  EXPECT_EQ(home.groups.size(), 2u);
-  int unreachable = 0;
-  for (const auto& d : home.devices)
-    unreachable += d.reachable ? 0 : 1;
-  EXPECT_EQ(unreachable, 1);
-  for (const auto& g : home.groups)
-    for (const auto& m : g.members)
-      EXPECT_NE(home.findDevice(m), nullptr) << g.id << ": " << m;
-}
-
 TEST(Home, LoadReportsUnreadableFiles) {
   Home home;
   std::vector<std::string> problems;
   EXPECT_FALSE(loadHome("/nonexistent/home.json", &home, &problems));
-  ASSERT_EQ(problems.size(), 1u);
-  EXPECT_NE(problems[0].find("cannot read /nonexistent/home.json"), std::string::npos);
+  EXPECT_EQ("cannot read /nonexistent/home.json\n", join(problems));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // ornsim's command line: parsing and the --help text.
 #include "Options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -72,14 +73,27 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       o->noResponse = true;
       continue;
     }
-    static const char* const kWithValue[] = {"--socket",  "--home",
-                                             "--record",  "--register-delay-ms",
-                                             "--respond", "--response-delay-ms",
-                                             "--emit",    "--fault",
-                                             "--state"};
+    static const char* const kWithValue[] = {"--socket", "--home",  "--record", "--respond",
+                                             "--emit",   "--fault", "--state"};
+    // Whole numbers, each with its least value.
+    static const struct {
+      const char* name;
+      int minValue;
+      int Options::*field;
+    } kNumbers[] = {
+        {"--register-delay-ms", 0, &Options::registerDelayMs},
+        {"--response-delay-ms", 0, &Options::responseDelayMs},
+        {"--max-connections", 1, &Options::maxConnections},
+        {"--frame-budget", 1, &Options::frameBudget},
+        {"--frame-timeout-ms", 1, &Options::frameTimeoutMs},
+        {"--max-subscriptions", 1, &Options::maxSubscriptions},
+    };
     bool known = false;
     for (const char* name : kWithValue)
       known = known || arg == name;
+    const auto* number = std::find_if(std::begin(kNumbers), std::end(kNumbers),
+                                      [&](const auto& n) { return arg == n.name; });
+    known = known || number != std::end(kNumbers);
     if (!known) {
       *err = "unknown option: " + arg;
       return false;
@@ -97,10 +111,8 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       o->homeFile = value;
     else if (arg == "--record")
       o->recordFile = value;
-    else if (arg == "--register-delay-ms")
-      ok = parseInt(value, 0, &o->registerDelayMs);
-    else if (arg == "--response-delay-ms")
-      ok = parseInt(value, 0, &o->responseDelayMs);
+    else if (number != std::end(kNumbers))
+      ok = parseInt(value, number->minValue, &(o->*number->field));
     else if (arg == "--respond")
       ok = parseRespond(value, o);
     else if (arg == "--state")
@@ -122,7 +134,7 @@ const char* usageText() {
 Simulates the device-control service on a QIPC Unix-domain socket.
 
   --socket PATH             listen here (default: $ORN_QIPC_SOCKET, else
-                            $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>.sock)
+                            $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>/ornqipc.sock)
   --home FILE               devices and groups from this JSON file (default: built-in home)
   --record FILE             append one JSON line per message received:
                               {"register":NAME,"connectorType":N}
@@ -141,6 +153,14 @@ Simulates the device-control service on a QIPC Unix-domain socket.
                             request:N (the Nth request since the start). ACTION:
                             respond:CODE:DATA (the home is not touched), delay:MS, silence
   --state FILE              keep device state and subscriptions in FILE across restarts
+  --max-connections N       close at once any connection beyond N open ones (default 256)
+  --frame-budget BYTES      across all connections, hold at most BYTES of partly received
+                            frames and BYTES of unsent ones; the connection that would pass
+                            either is closed (default 67108864, 64 MiB)
+  --frame-timeout-ms N      close a connection whose frame has not fully arrived N ms after
+                            its first byte (default 10000)
+  --max-subscriptions N     subscriptions per client name (default 256); beyond that, or
+                            past 256 KiB of listing, a create fails with 400
   -v, --verbose             log one line per request on stderr
   -h, --help                show this text
   --version                 show the version
@@ -148,8 +168,11 @@ Simulates the device-control service on a QIPC Unix-domain socket.
 Prints "ready <socket path>" on stdout once it accepts connections. Paths under /sim/
 (GET /sim/groups, /sim/subscriptions, /sim/faults; POST /sim/endpoints[/ID[/remove]],
 /sim/events, /sim/faults[/clear]) control the simulator; see docs/ornsim.md.
-SIGINT or SIGTERM stop it with status 0 and remove the socket.
-Exit status 2: bad command line, bad home or state file, or the socket cannot be set up.
+While it runs it holds a lock on "<socket path>.lock"; another ornsim on the same path fails.
+SIGINT or SIGTERM stop it with status 0 and remove the socket and the lock file, each only if
+it is still its own.
+Exit status 2: bad command line, bad home or state file, the lock is held, or the socket
+cannot be set up.
 )";
 }
 

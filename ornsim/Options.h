@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Faults.h"
+#include "Subscriptions.h"
 
 namespace ornsim {
 
@@ -26,6 +27,11 @@ struct Options {
   int respondCode = 0;
   std::string respondData;
   std::vector<EmitSpec> emits;
+  // Limits that bound ornsim's memory; docs/ornsim.md says what happens at each.
+  int maxConnections = 256;
+  int frameBudget = 64 << 20;  // bytes, for partly received and for unsent frames
+  int frameTimeoutMs = 10000;  // from a frame's first byte to its last
+  int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
   std::vector<Fault> faults;  // --fault, in order: the first that applies wins
   std::string stateFile;      // empty: state lives in memory only
   bool verbose = false;       // the traffic log on stderr

@@ -18,35 +18,15 @@ bool parse(const std::vector<std::string>& args, Options* o, std::string* err) {
 TEST(Options, ParsesFaultInjection) {
   Options o;
   std::string err;
-  ASSERT_TRUE(parse({"--socket",
-                     "/s",
-                     "--home",
-                     "h.json",
-                     "--record",
-                     "r",
-                     "--no-register",
-                     "--register-delay-ms",
-                     "5",
-                     "--no-response",
-                     "--response-delay-ms",
-                     "7",
-                     "--respond",
-                     "-1:",
-                     "--emit",
-                     "21:100:{\"x\":\"1:2\"}",
-                     "--emit",
-                     "99:0:",
-                     "--fault",
-                     "path:v2/x/*,respond:503:a,b:c",
-                     "--fault",
-                     "next:2,delay:0",
-                     "--state",
-                     "st",
-                     "-v",
-                     "-h",
-                     "--version"},
+  // clang-format off
+  ASSERT_TRUE(parse({"--socket", "/s", "--home", "h.json", "--record", "r", "--no-register",
+                     "--register-delay-ms", "5", "--no-response", "--response-delay-ms", "7",
+                     "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:",
+                     "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0",
+                     "--state", "st", "-v", "-h", "--version"},
                     &o, &err))
       << err;
+  // clang-format on
   EXPECT_EQ(o.socketPath, "/s");
   EXPECT_EQ(o.homeFile, "h.json");
   EXPECT_EQ(o.recordFile, "r");
@@ -92,6 +72,10 @@ TEST(Options, RejectsBadCommandLines) {
       {{"--fault", "endpoint:e,respond:5x:"}},
       {{"--fault", "host:e,silence"}},
       {{"--state"}},
+      {{"--max-connections", "0"}},
+      {{"--frame-budget", "64M"}},
+      {{"--frame-timeout-ms", "0"}},
+      {{"--max-subscriptions", "-1"}},
   };
   for (const auto& c : kCases) {
     Options o;

@@ -33,6 +33,16 @@ void writeSubscription(JsonWriter& w, const Subscription& s);
 // Reads one element of a request's "subscriptions"; false with *err when it is malformed.
 bool readSubscription(const rapidjson::Value& v, Subscription* s, std::string* err);
 
+// A client's "get" answer stays below this, so that, escaped into a response,
+// it always fits in one frame.
+constexpr size_t kMaxListingBytes = 256u << 10;
+// Whether `client` may hold `given` on top of what it has, by count and by the
+// length of its listing; repeats of a held subscription take no room.
+bool roomFor(const Subscriptions& subs, const std::string& client,
+             const std::vector<Subscription>& given);
+// Why roomFor() said no.
+std::string tooManySubscriptions(const Subscriptions& subs);
+
 // Answers a subscription request (type 2) of `client`.
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
                          const rapidjson::Value& doc);

@@ -3,10 +3,6 @@
 // Subscriptions are per input, so they cannot grow without bound over a run.
 #include "RequestHandler.h"
 
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static ornsim::Home home = ornsim::builtinHome();
   ornsim::Subscriptions subscriptions;

@@ -66,6 +66,31 @@ bool readSubscription(const Value& v, Subscription* s, std::string* err) {
   return true;
 }
 
+bool roomFor(const Subscriptions& subs, const std::string& client,
+             const std::vector<Subscription>& given) {
+  Subscriptions added(subs.maxPerClient());  // each new one once
+  const size_t limit = static_cast<size_t>(subs.maxPerClient());
+  for (const auto& s : given) {
+    if (subs.find(client, s) == nullptr)
+      added.add(client, s);
+    if (subs.count(client) + added.count(client) > limit)
+      return false;
+  }
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartArray();
+  for (const Subscriptions* list : {&subs, static_cast<const Subscriptions*>(&added)})
+    for (const auto& s : list->of(client))
+      writeSubscription(w, s);
+  w.EndArray();
+  return buf.GetSize() <= kMaxListingBytes;
+}
+
+std::string tooManySubscriptions(const Subscriptions& subs) {
+  return "a client holds at most " + std::to_string(subs.maxPerClient()) +
+         " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) + " bytes";
+}
+
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,
                          const Value& doc) {
   std::string operation;
@@ -92,6 +117,9 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
         return fail(404, "unknown_group", "no group " + s.groupId);
       given.push_back(std::move(s));
     }
+  // All or nothing, like an unknown endpoint.
+  if (operation == "create" && !roomFor(subs, client, given))
+    return fail(400, "too_many_subscriptions", tooManySubscriptions(subs));
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();

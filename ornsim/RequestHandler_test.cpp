@@ -238,7 +238,7 @@ const char kCreateKitchenPower[] =
 
 TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   Home home = builtinHome();
-  Subscriptions subs;
+  Subscriptions subs(2);
   auto created = handleRequest(home, subs, "alice", 2, kCreateKitchenPower);
   ASSERT_EQ(created.code, 200) << created.data;
   EXPECT_NE(created.data.find("\"subscriptionId\":\"sub-1\""), std::string::npos);
@@ -247,11 +247,18 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
             R"({"clients":[{"client":"alice","subscriptions":[)" + created.data.substr(18) + "]}");
   static const struct {
     const char* client;
-    const char* payload;
+    std::string payload;
     int code;
     const char* data;
   } kSteps[] = {
       {"bob", R"({"operation":"get","subscriptions":[]})", 200, R"({"subscriptions":[]})"},
+      // A repeat gets the existing id; one over the cap of 2 creates nothing.
+      {"alice", kCreateKitchenPower, 200,
+       R"({"subscriptions":[{"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
+      {"alice",
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-living"}}}]})",
+       400,
+       R"({"error":"too_many_subscriptions","message":"a client holds at most 2 subscriptions, listed in at most 262144 bytes"})"},
       {"alice", R"({"operation":"get","subscriptions":[]})", 200,
        R"({"subscriptions":[{"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}]}]})"},
       {"bob",
@@ -279,6 +286,14 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", R"({"operation":"unknown","subscriptions":[]})", 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},
       {"alice", R"({"operation":"get","subscriptions":{}})", 400, ""},
+      {"alice",
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}},"eventTypes":[{"namespace":")" +
+           std::string(300000, 'n') + R"("}]}]})",
+       400, ""},
+      // Repeats within one request take one place.
+      {"alice",
+       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-desk"}}},{"entities":{"endpoint":{"id":"ep-desk"}}}]})",
+       200, ""},
   };
   for (const auto& s : kSteps) {
     auto r = handleRequest(home, subs, s.client, 2, s.payload);
@@ -362,14 +377,6 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
       EXPECT_EQ(out.code, c.code) << c.options[1] << "\n" << out.data;
     }
   }
-}
-
-TEST(RequestHandler, StateChangePayloadCarriesTheValueAsJson) {
-  StateChange c{"e", "p", "Corva.Endpoint.Feature.Color", "Property.Color.Change",
-                R"({"hue":1.0})"};
-  EXPECT_EQ(
-      stateChangePayload(c),
-      R"({"entityId":"e","endpointId":"p","namespace":"Corva.Endpoint.Feature.Color","name":"Property.Color.Change","value":{"hue":1.0}})");
 }
 
 }  // namespace

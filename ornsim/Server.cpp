@@ -2,10 +2,16 @@
 // framing.
 #include "Server.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <deque>
+#include <utility>
 
 #include "Frame.h"
 #include "JsonText.h"
@@ -21,8 +27,17 @@ using ornwick::qipc::encodeMessage;
 using ornwick::qipc::Message;
 using ornwick::qipc::MessageKind;
 
+using Clock = std::chrono::steady_clock;
+
 // Bytes queued for a client that is not reading; past this it is cut off.
 constexpr size_t kMaxPendingBytes = 8u << 20;
+
+// Pauses between accepts while they fail (out of descriptors, say).
+constexpr std::chrono::milliseconds kFirstAcceptPause{100};
+constexpr std::chrono::milliseconds kLastAcceptPause{2000};
+// At the descriptor limit every accept fails, even the one right after a
+// connection closed and let one in; so failures are logged by time, not by run.
+constexpr std::chrono::seconds kAcceptLogEvery{60};
 
 constexpr int kConnectionStatusEvent = 20;
 constexpr int kClientRegisteredEvent = 23;
@@ -65,6 +80,13 @@ std::string registeredPayload(const std::string& name) {
   return buf.GetString();
 }
 
+// Whether the file open on fd is the one now named path.
+bool isFile(int fd, const std::string& path) {
+  struct stat held, named;
+  return fstat(fd, &held) == 0 && lstat(path.c_str(), &named) == 0 && held.st_dev == named.st_dev &&
+         held.st_ino == named.st_ino;
+}
+
 Message event(int type, const std::string& payload) {
   Message m;
   m.kind = MessageKind::kEvent;
@@ -78,7 +100,7 @@ Message event(int type, const std::string& payload) {
 class Server::Session : public std::enable_shared_from_this<Session> {
  public:
   Session(Server& server, asio::local::stream_protocol::socket socket)
-      : server_(server), socket_(std::move(socket)) {}
+      : server_(server), socket_(std::move(socket)), frameTimer_(server.io_) {}
 
   void start() {
     std::string err;
@@ -95,7 +117,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
     if (closed_)
       return;
     std::string frame;
-    if (!ornwick::qipc::encodeFrame(ornwick::qipc::encodeMessage(m), &frame)) {
+    if (!encodeFrame(encodeMessage(m), &frame)) {
       fprintf(stderr, "ornsim: a message to %s is over the frame limit\n", name_.c_str());
       if (m.kind != MessageKind::kResponse)
         return;
@@ -103,14 +125,26 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       Message tooLarge = m;
       tooLarge.code = 500;
       tooLarge.text = errorJson("response_too_large", "the answer exceeds the frame limit");
-      encodeFrame(encodeMessage(tooLarge), &frame);
+      if (!encodeFrame(encodeMessage(tooLarge), &frame)) {
+        // The request id alone fills a frame: no answer can ever reach that request.
+        fprintf(stderr, "ornsim: no answer to client %s fits in a frame; closing the connection\n",
+                name_.c_str());
+        close();
+        return;
+      }
     }
-    if (pendingBytes_ + frame.size() > kMaxPendingBytes) {
-      fprintf(stderr, "ornsim: client %s is not reading; cutting it off\n", name_.c_str());
+    const bool clientFull = pendingBytes_ + frame.size() > kMaxPendingBytes;
+    if (clientFull || server_.queuedBytes_ + frame.size() > budget()) {
+      fprintf(stderr,
+              clientFull
+                  ? "ornsim: client %s is not reading; cutting it off\n"
+                  : "ornsim: unsent frames would pass the frame budget; cutting off client %s\n",
+              name_.c_str());
       close();
       return;
     }
     pendingBytes_ += frame.size();
+    server_.queuedBytes_ += frame.size();
     outbox_.push_back(std::move(frame));
     if (outbox_.size() == 1)
       write();
@@ -135,10 +169,17 @@ class Server::Session : public std::enable_shared_from_this<Session> {
   void close() {
     if (closed_)
       return;
+    auto self = shared_from_this();  // the set below may hold the last reference
     closed_ = true;
+    server_.partialBytes_ -= held_;
+    held_ = 0;
+    server_.queuedBytes_ -= pendingBytes_;
+    pendingBytes_ = 0;
     asio::error_code ignored;
     socket_.close(ignored);
-    server_.sessions_.erase(shared_from_this());
+    frameTimer_.cancel();
+    server_.sessions_.erase(self);
+    server_.connectionClosed();
   }
 
  private:
@@ -150,9 +191,57 @@ class Server::Session : public std::enable_shared_from_this<Session> {
                                 return;
                               }
                               self->decoder_.feed(self->buf_, n);
-                              if (self->drain())
+                              if (self->drain() && self->holdPartialFrame())
                                 self->read();
                             });
+  }
+
+  size_t budget() const { return static_cast<size_t>(server_.options_.frameBudget); }
+
+  // Counts the part of a frame still arriving against the budget and starts its
+  // clock; false when the connection was closed for it.
+  bool holdPartialFrame() {
+    const size_t now = decoder_.buffered();
+    server_.partialBytes_ = server_.partialBytes_ - held_ + now;
+    held_ = now;
+    if (server_.partialBytes_ > budget()) {
+      fprintf(stderr,
+              "ornsim: partly received frames would pass the frame budget; closing client %s\n",
+              name_.c_str());
+      close();
+      return false;
+    }
+    if (now == 0) {
+      timingFrame_ = false;
+      frameTimer_.cancel();
+      if (bigFrame_) {
+        // The decoder keeps the capacity a big frame needed; an idle connection
+        // should not. Swapping, unlike assigning, really frees it.
+        ornwick::qipc::FrameDecoder fresh;
+        std::swap(decoder_, fresh);
+        bigFrame_ = false;
+      }
+    } else if (!timingFrame_ || frames_ != framesAtTimer_) {
+      timeFrame();
+    }
+    return true;
+  }
+
+  // Gives the frame now arriving its deadline, counted from its first byte.
+  void timeFrame() {
+    timingFrame_ = true;
+    framesAtTimer_ = frames_;
+    frameTimer_.expires_after(std::chrono::milliseconds(server_.options_.frameTimeoutMs));
+    frameTimer_.async_wait([self = shared_from_this()](const asio::error_code& ec) {
+      // A wait that had fired before a later frame moved the deadline still
+      // completes without an error; the expiry tells.
+      if (ec || self->closed_ || !self->timingFrame_ || self->frameTimer_.expiry() > Clock::now())
+        return;
+      fprintf(stderr,
+              "ornsim: client %s stalled in the middle of a frame; closing the connection\n",
+              self->name_.c_str());
+      self->close();
+    });
   }
 
   // Handles every complete frame; false when the connection was closed.
@@ -162,6 +251,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       auto status = decoder_.next(&body, &err);
       if (status == ornwick::qipc::FrameDecoder::Status::kNeedMore)
         return !closed_;
+      ++frames_;
+      bigFrame_ = bigFrame_ || body.size() > sizeof(buf_);
       Message m;
       if (status == ornwick::qipc::FrameDecoder::Status::kError ||
           !ornwick::qipc::decodeMessage(body, &m, &err)) {
@@ -213,11 +304,14 @@ class Server::Session : public std::enable_shared_from_this<Session> {
   void write() {
     asio::async_write(socket_, asio::buffer(outbox_.front()),
                       [self = shared_from_this()](const asio::error_code& ec, size_t) {
-                        if (ec) {
+                        // close() has already given back what was queued.
+                        if (ec || self->closed_) {
                           self->close();
                           return;
                         }
-                        self->pendingBytes_ -= self->outbox_.front().size();
+                        const size_t sent = self->outbox_.front().size();
+                        self->pendingBytes_ -= sent;
+                        self->server_.queuedBytes_ -= sent;
                         self->outbox_.pop_front();
                         if (!self->outbox_.empty())
                           self->write();
@@ -228,8 +322,14 @@ class Server::Session : public std::enable_shared_from_this<Session> {
   asio::local::stream_protocol::socket socket_;
   char buf_[16384];
   ornwick::qipc::FrameDecoder decoder_;
+  bool bigFrame_ = false;  // a frame larger than buf_ went through decoder_
+  size_t held_ = 0;        // decoder_'s bytes as counted in the server's partialBytes_
+  asio::steady_timer frameTimer_;
+  bool timingFrame_ = false;
+  uint64_t frames_ = 0;  // complete frames received
+  uint64_t framesAtTimer_ = 0;
   std::deque<std::string> outbox_;
-  size_t pendingBytes_ = 0;
+  size_t pendingBytes_ = 0;  // outbox_'s bytes, also counted in the server's queuedBytes_
   std::string name_;
   bool registered_ = false;
   bool closed_ = false;
@@ -239,12 +339,14 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
     : io_(io),
       options_(options),
       home_(std::move(home)),
+      subscriptions_(options.maxSubscriptions),
       simulation_(options, home_, subscriptions_,
                   [this](const std::string& client, int type, const std::string& payload) {
                     return sendEvent(client, type, payload);
                   }),
       acceptor_(io),
-      acceptRetry_(io) {}
+      acceptRetry_(io),
+      acceptPause_(kFirstAcceptPause) {}
 
 Server::~Server() {
   try {
@@ -257,6 +359,9 @@ Server::~Server() {
 }
 
 bool Server::start(const std::string& path, std::string* err) {
+  // The lock first: a second ornsim must touch neither the socket nor the files.
+  if (!lock(path, err))
+    return false;
   if (!options_.recordFile.empty()) {
     record_ = fopen(options_.recordFile.c_str(), "a");
     if (record_ == nullptr) {
@@ -266,18 +371,10 @@ bool Server::start(const std::string& path, std::string* err) {
   }
   if (!simulation_.start(err))
     return false;
-  // A socket file left by a dead ornsim is replaced; a live one is not.
+  // With the lock held, a socket file at the path was left by an ornsim that died.
   struct stat st;
-  if (lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode)) {
-    std::string ignored;
-    int fd = ornwick::qipc::connectUnix(path, &ignored);
-    if (fd >= 0) {
-      ::close(fd);
-      *err = "another service is listening on " + path;
-      return false;
-    }
+  if (lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode))
     unlink(path.c_str());
-  }
   asio::error_code ec;
   asio::local::stream_protocol::endpoint endpoint(path);
   acceptor_.open(endpoint.protocol(), ec);
@@ -293,20 +390,64 @@ bool Server::start(const std::string& path, std::string* err) {
     *err = "listen " + path + ": " + ec.message();
     return false;
   }
+  if (lstat(path.c_str(), &st) != 0) {
+    *err = "stat " + path + ": " + strerror(errno);
+    return false;
+  }
   path_ = path;
+  socketDev_ = st.st_dev;
+  socketIno_ = st.st_ino;
   accept();
   return true;
+}
+
+bool Server::lock(const std::string& path, std::string* err) {
+  lockPath_ = path + ".lock";
+  // The owner removes the lock file as it exits, so a lock taken on a file that
+  // is gone by then guards nothing: take it again on the file now at the path.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    int fd = open(lockPath_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) {
+      *err = "open " + lockPath_ + ": " + strerror(errno);
+      return false;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      const int e = errno;
+      ::close(fd);
+      *err = e == EWOULDBLOCK ? "another ornsim serves " + path + ": it holds " + lockPath_
+                              : "lock " + lockPath_ + ": " + strerror(e);
+      return false;
+    }
+    if (isFile(fd, lockPath_)) {
+      lockFd_ = fd;
+      return true;
+    }
+    ::close(fd);
+  }
+  *err = "lock " + lockPath_ + ": the file keeps being replaced";
+  return false;
 }
 
 void Server::shutdown() {
   asio::error_code ignored;
   acceptor_.close(ignored);
+  acceptWaiting_ = false;
   acceptRetry_.cancel();
   while (!sessions_.empty())
     (*sessions_.begin())->close();
   if (!path_.empty()) {
-    unlink(path_.c_str());
+    // Whatever has taken the path since is not ours to remove.
+    struct stat st;
+    if (lstat(path_.c_str(), &st) == 0 && st.st_dev == socketDev_ && st.st_ino == socketIno_)
+      unlink(path_.c_str());
     path_.clear();
+  }
+  if (lockFd_ >= 0) {
+    // Removed while still held, so a waiting ornsim sees a new file (see lock()).
+    if (isFile(lockFd_, lockPath_))
+      unlink(lockPath_.c_str());
+    ::close(lockFd_);
+    lockFd_ = -1;
   }
 }
 
@@ -316,21 +457,48 @@ void Server::accept() {
         if (ec == asio::error::operation_aborted)
           return;
         if (ec) {
-          // Out of descriptors and the like: retrying at once would spin; back off
-          // briefly.
-          fprintf(stderr, "ornsim: accept: %s\n", ec.message().c_str());
-          acceptRetry_.expires_after(std::chrono::milliseconds(100));
-          acceptRetry_.async_wait([this](const asio::error_code& waited) {
-            if (!waited)
-              accept();
-          });
+          retryAcceptLater(ec);
           return;
         }
-        auto session = std::make_shared<Session>(*this, std::move(socket));
-        sessions_.insert(session);
-        session->start();
+        acceptPause_ = kFirstAcceptPause;
+        if (sessions_.size() >= static_cast<size_t>(options_.maxConnections)) {
+          // `socket` closes as it goes out of scope.
+          fprintf(stderr, "ornsim: refusing a client: at the connection limit (%d)\n",
+                  options_.maxConnections);
+        } else {
+          auto session = std::make_shared<Session>(*this, std::move(socket));
+          sessions_.insert(session);
+          session->start();
+        }
         accept();
       });
+}
+
+void Server::retryAcceptLater(const asio::error_code& ec) {
+  // Out of descriptors and the like: retrying at once would spin, and logging
+  // every retry would flood the log.
+  const auto now = Clock::now();
+  if (!acceptLogged_ || now - *acceptLogged_ >= kAcceptLogEvery) {
+    fprintf(stderr, "ornsim: accept: %s; retrying when a connection closes or after a pause\n",
+            ec.message().c_str());
+    acceptLogged_ = now;
+  }
+  acceptWaiting_ = true;
+  acceptRetry_.expires_after(acceptPause_);
+  acceptPause_ = std::min(acceptPause_ * 2, kLastAcceptPause);
+  acceptRetry_.async_wait([this](const asio::error_code&) {
+    // Cancelled early by a closing connection; shutdown closes the acceptor first.
+    if (!acceptWaiting_ || !acceptor_.is_open())
+      return;
+    acceptWaiting_ = false;
+    accept();
+  });
+}
+
+void Server::connectionClosed() {
+  // A descriptor came free, so a failing accept may succeed now.
+  if (acceptWaiting_)
+    acceptRetry_.cancel();
 }
 
 void Server::record(const std::string& line) {

@@ -2,9 +2,13 @@
 // loop.
 #pragma once
 
+#include <sys/types.h>
+
 #include <asio.hpp>
+#include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -22,18 +26,25 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // Opens the record file, binds an owner-only socket at `path` and starts
-  // accepting. Returns false and sets *err when any of that fails.
+  // Opens the record file, takes the lock file `path`.lock, binds an owner-only
+  // socket at `path` and starts accepting. Returns false and sets *err when any
+  // of that fails (another ornsim holding the lock included).
   bool start(const std::string& path, std::string* err);
 
-  // Stops accepting, drops every client and removes the socket file.
+  // Stops accepting, drops every client and removes the socket and lock files,
+  // each only while it is still the one this server made.
   void shutdown();
 
  private:
   class Session;
   friend class Session;
 
+  bool lock(const std::string& path, std::string* err);
   void accept();
+  // After a failed accept: a log line (at most one a minute), then a retry after
+  // a growing pause or as soon as a connection closes.
+  void retryAcceptLater(const asio::error_code& ec);
+  void connectionClosed();
   void record(const std::string& line);
   // Sends a state-change event to every session whose client subscribed to it;
   // returns how many got it.
@@ -48,9 +59,18 @@ class Server {
   Simulation simulation_;
   asio::local::stream_protocol::acceptor acceptor_;
   asio::steady_timer acceptRetry_;
+  std::chrono::milliseconds acceptPause_;
+  std::optional<std::chrono::steady_clock::time_point> acceptLogged_;
+  bool acceptWaiting_ = false;  // acceptRetry_ holds the next accept
   std::string path_;
+  dev_t socketDev_ = 0;  // the socket file bound at path_
+  ino_t socketIno_ = 0;
+  std::string lockPath_;
+  int lockFd_ = -1;
   FILE* record_ = nullptr;
   std::set<std::shared_ptr<Session>> sessions_;
+  size_t partialBytes_ = 0;  // partly received frames, all sessions
+  size_t queuedBytes_ = 0;   // frames not yet written, all sessions
 };
 
 }  // namespace ornsim

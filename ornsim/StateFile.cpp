@@ -66,16 +66,26 @@ void readClient(const Value& v, const std::string& where, Subscriptions* subs,
     problems->push_back(where + ": needs a string \"client\" and an array \"subscriptions\"");
     return;
   }
+  std::vector<Subscription> saved;
   for (SizeType i = 0; i < list->Size(); ++i) {
     Subscription s;
     std::string err;
     if (!getString((*list)[i], "subscriptionId", &s.id))
       err = "needs a string \"subscriptionId\"";
     if (err.empty() && readSubscription((*list)[i], &s, &err))
-      subs->restore(client, std::move(s));
+      saved.push_back(std::move(s));
     else
       problems->push_back(where + ".subscriptions[" + std::to_string(i) + "]: " + err);
   }
+  // The limits that hold for creating hold for restoring: repeats collapse into
+  // the first, and more than a client may hold is an error, not a silent cut.
+  if (!roomFor(*subs, client, saved)) {
+    problems->push_back(where + ": too many subscriptions for \"" + client +
+                        "\": " + tooManySubscriptions(*subs));
+    return;
+  }
+  for (auto& s : saved)
+    subs->restore(client, std::move(s));
 }
 
 void writeDeviceState(JsonWriter& w, const Device& d) {
@@ -155,7 +165,7 @@ bool applyState(const std::string& text, Home* home, Subscriptions* subs,
   }
   const size_t before = problems->size();
   Home h = *home;
-  Subscriptions s;
+  Subscriptions s(subs->maxPerClient());
   if (const Value* devices = arrayMember(doc, "devices", problems))
     for (SizeType i = 0; i < devices->Size(); ++i)
       readDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &h, problems);

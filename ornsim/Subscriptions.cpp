@@ -36,13 +36,50 @@ bool covers(const Home& home, const Subscription& s, const StateChange& change) 
   return false;
 }
 
+// Equal for subscriptions with the same target and the same set of event types
+// (order and repeats do not make a subscription new). Each part is length-prefixed,
+// so no text can pass for two.
+std::string sameKey(const Subscription& s) {
+  std::set<std::pair<std::string, std::string>> types;
+  for (const auto& t : s.eventTypes)
+    types.emplace(t.nameSpace, t.name);
+  std::string key;
+  auto put = [&key](const std::string& part) { key += std::to_string(part.size()) + ':' + part; };
+  put(s.endpointId);
+  put(s.groupId);
+  for (const auto& [nameSpace, name] : types) {
+    put(nameSpace);
+    put(name);
+  }
+  return key;
+}
+
 }  // namespace
 
 const Subscription& Subscriptions::add(const std::string& client, Subscription s) {
+  if (const Subscription* same = find(client, s))
+    return *same;
   s.id = "sub-" + std::to_string(nextId_++);
   auto& list = byClient_[client];
+  positions_[client].emplace(sameKey(s), list.size());
   list.push_back(std::move(s));
   return list.back();
+}
+
+const Subscription* Subscriptions::find(const std::string& client, const Subscription& s) const {
+  auto it = positions_.find(client);
+  if (it == positions_.end())
+    return nullptr;
+  auto at = it->second.find(sameKey(s));
+  return at == it->second.end() ? nullptr : &byClient_.at(client)[at->second];
+}
+
+void Subscriptions::index(const std::string& client) {
+  auto& positions = positions_[client];
+  positions.clear();
+  const auto& list = byClient_[client];
+  for (size_t i = 0; i < list.size(); ++i)
+    positions.emplace(sameKey(list[i]), i);
 }
 
 int Subscriptions::remove(const std::string& client, const std::string& endpointId,
@@ -57,6 +94,8 @@ int Subscriptions::remove(const std::string& client, const std::string& endpoint
                               return s.endpointId == endpointId && s.groupId == groupId;
                             }),
              list.end());
+  if (list.size() != before)
+    index(client);
   return static_cast<int>(before - list.size());
 }
 
@@ -65,12 +104,21 @@ void Subscriptions::restore(const std::string& client, Subscription s) {
   const long n = std::strtol(digits, nullptr, 10);
   if (n >= nextId_ && n < INT_MAX)
     nextId_ = static_cast<int>(n) + 1;
-  byClient_[client].push_back(std::move(s));
+  if (find(client, s) != nullptr)
+    return;
+  auto& list = byClient_[client];
+  positions_[client].emplace(sameKey(s), list.size());
+  list.push_back(std::move(s));
 }
 
 std::vector<Subscription> Subscriptions::of(const std::string& client) const {
   auto it = byClient_.find(client);
   return it == byClient_.end() ? std::vector<Subscription>{} : it->second;
+}
+
+size_t Subscriptions::count(const std::string& client) const {
+  auto it = byClient_.find(client);
+  return it == byClient_.end() ? 0 : it->second.size();
 }
 
 std::set<std::string> Subscriptions::subscribers(const Home& home,

@@ -44,6 +44,10 @@ int run(int argc, char** argv) {
   ornsim::Server server(io, options, std::move(home));
   const std::string path =
       options.socketPath.empty() ? ornwick::qipc::socketPath() : options.socketPath;
+  if (path == ornwick::qipc::defaultSocketPath() && !ornwick::qipc::makeDefaultSocketDir(&err)) {
+    fprintf(stderr, "ornsim: %s\n", err.c_str());
+    return 2;
+  }
   if (!server.start(path, &err)) {
     fprintf(stderr, "ornsim: %s\n", err.c_str());
     return 2;

@@ -4,29 +4,24 @@
 
 #include "ORNRequestBuilder.h"
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 constexpr char kEmptyHeadAndEndpoint[] =
     R"({"header":{"namespace":"","name":"","payloadVersion":"3.0"},)"
     R"("endpoint":{"entityId":"","endpointId":"","friendlyName":""})";
 
+// No payload, "{}", "{bad" and the depth bound are pinned by the dfi end-to-end cases.
 TEST(DFIRequest, JsonText) {
   static const struct {
     std::string payload;
     std::string want;
   } kCases[] = {
-      {"", std::string(kEmptyHeadAndEndpoint) + "}"},
-      {"{}", std::string(kEmptyHeadAndEndpoint) + R"(,"payload":{}})"},
       {"[1,2]", std::string(kEmptyHeadAndEndpoint) + R"(,"payload":[1,2]})"},
       {"5", std::string(kEmptyHeadAndEndpoint) + R"(,"payload":5})"},
       {R"( {"a" : {"b":null}} )",
        std::string(kEmptyHeadAndEndpoint) + R"(,"payload":{"a":{"b":null}}})"},
-      {"{bad", ""},
       {"{}x", ""},
-      {std::string(65000, '[') + std::string(65000, ']'), ""},  // past the depth bound
   };
   for (const auto& c : kCases) {
     ORNRequestBuilder parent;
@@ -37,15 +32,6 @@ TEST(DFIRequest, JsonText) {
 }
 
 // Filled requests are pinned by the dfi and state report end-to-end cases.
-TEST(DFIRequest, StringsEndAtTheirFirstNul) {
-  DFIRequest r;
-  r.name = "a\"b";
-  r.friendlyName = std::string("My Light\0hidden", 15);
-  EXPECT_EQ(R"({"header":{"namespace":"","name":"a\"b","payloadVersion":""},)"
-            R"("endpoint":{"entityId":"","endpointId":"","friendlyName":"My Light"}})",
-            r.toJsonString());
-}
-
 TEST(DFIRequestBuilder, AppendsToTheParentPayloadInOrder) {
   ORNRequestBuilder parent;
   DFIRequestBuilder first(&parent);
@@ -61,6 +47,4 @@ TEST(DFIRequestBuilder, AppendsToTheParentPayloadInOrder) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

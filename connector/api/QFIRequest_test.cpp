@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 TEST(QFIRequest, JsonText) {
@@ -14,16 +12,15 @@ TEST(QFIRequest, JsonText) {
     const char* body;
     const char* want;
   } kCases[] = {
-      {"/v2/endpoints/id1/features/power/", 1, "",
-       R"({"path":"/v2/endpoints/id1/features/power/","method":"GET"})"},
+      // clang-format off
+      {"/v2/endpoints/id1/features/power/", 1, "", R"({"path":"/v2/endpoints/id1/features/power/","method":"GET"})"},
       {"/p", 0, "", R"({"path":"/p","method":"UNKNOWN"})"},
       {"/p", 3, "", R"({"path":"/p","method":"UNKNOWN"})"},
       {"/p", 1, " [ 1 , 2.0 ] ", R"({"path":"/p","method":"GET","requestBody":[1,2.0]})"},
       {"/p", 1, R"("text")", R"({"path":"/p","method":"GET","requestBody":"text"})"},
-      {"/p", 2, "{bad", ""},
-      {"/p", 2, "{} {}", ""},
-      {"/p", 2, " ", ""},
+      {"/p", 2, "{bad", ""}, {"/p", 2, "{} {}", ""}, {"/p", 2, " ", ""},
       {"/q\"", 1, "", R"({"path":"/q\"","method":"GET"})"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     QFIRequest r;
@@ -34,18 +31,5 @@ TEST(QFIRequest, JsonText) {
   }
 }
 
-TEST(QFIRequest, FromPathCopiesThePath) {
-  QfiPath path = QfiPath::batchDirective("brightness", "setBrightness");
-  auto r = QFIRequest::fromPath(path, QFIRequest::POST, "{}");
-  EXPECT_EQ("/v2/endpoints/batch/interfaces/brightness/setBrightness/", r->path);
-  EXPECT_EQ(QFIRequest::POST, r->method);
-  EXPECT_EQ("{}", r->requestBody);
-  EXPECT_EQ("setBrightness", r->qfiPath.directiveName);
-  EXPECT_TRUE(r->madeFromPath);
-  EXPECT_FALSE(QFIRequest().madeFromPath);
-}
-
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 QfiPath storedPath(const char* text, int32_t kind = QfiPath::kWhole) {
@@ -41,6 +39,4 @@ TEST(QfiPath, SeveralQueryParamsJoinedByAmpersand) {
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -1,18 +1,11 @@
 // libFuzzer target: arbitrary text as a QFI body and a DFI payload (the tool's
 // --body and --payload) through the request text the tool sends: parse, embed,
 // write and free.
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include "DFIRequest.h"
 #include "ORNRequestBuilder.h"
 
-using ornwick::ornConnector::api::DFIRequestBuilder;
-using ornwick::ornConnector::api::ORNRequestBuilder;
-using ornwick::ornConnector::api::QFIRequest;
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  using namespace ornwick::ornConnector::api;
   const std::string text(reinterpret_cast<const char*>(data), size);
   ORNRequestBuilder builder;
   builder.requestType = 1;

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "ORNRequestBuilder.h"
 
-namespace ornwick {
-namespace ornConnector {
-namespace api {
+namespace ornwick::ornConnector::api {
 namespace {
 
 std::shared_ptr<QFIRequest> qfi(const char* path, const char* body = "") {
@@ -38,16 +38,12 @@ TEST(RequestPayload, JsonText) {
     std::vector<std::shared_ptr<DFIRequest>> dfis;
     std::string want;
   } kCases[] = {
+      // clang-format off
       {"nothing", nullptr, {}, ""},
-      {"qfi first, dfis in order",
-       qfi("/p"),
-       {dfi("B", "[]"), dfi("A")},
-       std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB + "," + kDfiA + "]}"},
-      {"unparseable dfi is null",
-       nullptr,
-       {dfi("A"), dfi("X", "{bad"), nullptr},
-       std::string(R"({"dfi":[)") + kDfiA + ",null,null]}"},
+      {"qfi first, dfis in order", qfi("/p"), {dfi("B", "[]"), dfi("A")}, std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB + "," + kDfiA + "]}"},
+      {"unparseable dfi is null", nullptr, {dfi("A"), dfi("X", "{bad"), nullptr}, std::string(R"({"dfi":[)") + kDfiA + ",null,null]}"},
       {"unparseable qfi is null", qfi("/p", "nope"), {}, R"({"qfi":null,"dfi":[]})"},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     RequestPayload p;
@@ -65,13 +61,13 @@ TEST(ORNRequestBuilder, Build) {
     const char* raw;
     const char* want;
   } kCases[] = {
+      // clang-format off
       {"type 1 with nothing", 1, false, "ignored", ""},
-      {"type 0 still uses the payload", 0, true, "ignored",
-       R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
-      {"type 3 uses the payload", 3, true, "",
-       R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
+      {"type 0 still uses the payload", 0, true, "ignored", R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
+      {"type 3 uses the payload", 3, true, "", R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
       {"type 2 is raw verbatim", 2, true, " {not json ", " {not json "},
       {"type 2 with empty raw", 2, true, "", ""},
+      // clang-format on
   };
   for (const auto& c : kCases) {
     ORNRequestBuilder b;
@@ -84,15 +80,12 @@ TEST(ORNRequestBuilder, Build) {
       b.addQfi("/a", QFIRequest::GET, "").addQfi("/b", QFIRequest::POST, R"({"x":1})");
     }
     auto r = b.build();
-    EXPECT_EQ("rid", r->requestId) << c.name;
-    EXPECT_EQ(c.type, r->requestType) << c.name;
-    EXPECT_EQ(4, r->requestOption) << c.name;
-    EXPECT_EQ("", r->requestContext) << c.name;
-    EXPECT_EQ(c.want, r->payload) << c.name;
+    EXPECT_EQ(
+        std::tie(r->requestId, r->requestType, r->requestOption, r->requestContext, r->payload),
+        std::make_tuple("rid", c.type, 4, "", c.want))
+        << c.name;
   }
 }
 
 }  // namespace
-}  // namespace api
-}  // namespace ornConnector
-}  // namespace ornwick
+}  // namespace ornwick::ornConnector::api

@@ -1,24 +1,18 @@
-// libFuzzer target: arbitrary bytes through the frame decoder and the message
-// parser.
+// libFuzzer target: arbitrary bytes, fed in two halves so partial headers and bodies occur,
+// through the frame decoder and the message parser.
 #include "Frame.h"
-
-#include <cstddef>
-#include <cstdint>
-#include <string>
 
 #include "Message.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  ornwick::qipc::FrameDecoder decoder;
-  // Split the input in two feeds so partial headers and bodies get exercised
-  // too.
-  const size_t half = size / 2;
-  decoder.feed(reinterpret_cast<const char*>(data), half);
-  decoder.feed(reinterpret_cast<const char*>(data) + half, size - half);
+  using namespace ornwick::qipc;
+  FrameDecoder decoder;
+  decoder.feed(reinterpret_cast<const char*>(data), size / 2);
+  decoder.feed(reinterpret_cast<const char*>(data) + size / 2, size - size / 2);
   std::string body, err;
-  while (decoder.next(&body, &err) == ornwick::qipc::FrameDecoder::Status::kFrame) {
-    ornwick::qipc::Message m;
-    ornwick::qipc::decodeMessage(body, &m, &err);
+  while (decoder.next(&body, &err) == FrameDecoder::Status::kFrame) {
+    Message m;
+    decodeMessage(body, &m, &err);
   }
   return 0;
 }

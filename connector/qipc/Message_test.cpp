@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-namespace ornwick {
-namespace qipc {
+#include <tuple>
+
+namespace ornwick::qipc {
 namespace {
 
 TEST(Message, RoundTripsEveryKind) {
@@ -21,45 +22,32 @@ TEST(Message, RoundTripsEveryKind) {
     Message m;
     std::string err;
     ASSERT_TRUE(decodeMessage(text, &m, &err)) << text.substr(0, 80) << ": " << err;
-    EXPECT_EQ(m.kind, c.kind) << text;
-    EXPECT_EQ(m.id, c.id) << text;
-    EXPECT_EQ(m.type, c.type) << text;
-    EXPECT_EQ(m.code, c.code) << text;
-    EXPECT_EQ(m.text, c.text) << text;
-    EXPECT_EQ(m.sync, c.sync) << text;
+    EXPECT_EQ(std::tie(m.kind, m.id, m.type, m.code, m.text, m.sync),
+              std::tie(c.kind, c.id, c.type, c.code, c.text, c.sync))
+        << text.substr(0, 80);
   }
 }
 
 TEST(Message, DecodeRejectsMalformedMessages) {
-  static const struct {
-    std::string text;
-  } kCases[] = {
-      {""},
-      {"{"},
-      {"[]"},
-      {"\"event\""},
-      {R"({"eventType":20,"payload":""})"},
-      {R"({"kind":7})"},
-      {R"({"kind":"ping"})"},
-      {R"({"kind":"event","eventType":"20","payload":""})"},
-      {R"({"kind":"event","eventType":20})"},
-      {R"({"kind":"event","eventType":2.5,"payload":""})"},
-      {R"({"kind":"register","clientName":"x"})"},
-      {R"({"kind":"request","requestId":1,"requestType":1,"payload":""})"},
-      {R"({"kind":"response","requestId":"1","responseCode":200,"responseData":{}})"},
+  // clang-format off
+  const std::string kCases[] = {
+      "", "{", "[]", "\"event\"", R"({"eventType":20,"payload":""})", R"({"kind":7})", R"({"kind":"ping"})",
+      R"({"kind":"event","eventType":"20","payload":""})", R"({"kind":"event","eventType":20})",
+      R"({"kind":"event","eventType":2.5,"payload":""})", R"({"kind":"register","clientName":"x"})",
+      R"({"kind":"request","requestId":1,"requestType":1,"payload":""})",
+      R"({"kind":"response","requestId":"1","responseCode":200,"responseData":{}})",
       // Nested past the depth bound, even in a member nobody reads.
-      {std::string(400000, '[')},
-      {R"({"kind":"event","eventType":20,"payload":"","x":)" + std::string(400000, '[') +
-       std::string(400000, ']') + "}"},
+      std::string(400000, '['),
+      R"({"kind":"event","eventType":20,"payload":"","x":)" + std::string(400000, '[') + std::string(400000, ']') + "}",
   };
-  for (const auto& c : kCases) {
+  // clang-format on
+  for (const std::string& text : kCases) {
     Message m;
     std::string err;
-    EXPECT_FALSE(decodeMessage(c.text, &m, &err)) << c.text.substr(0, 80);
-    EXPECT_FALSE(err.empty()) << c.text.substr(0, 80);
+    EXPECT_FALSE(decodeMessage(text, &m, &err)) << text.substr(0, 80);
+    EXPECT_NE("", err) << text.substr(0, 80);
   }
 }
 
 }  // namespace
-}  // namespace qipc
-}  // namespace ornwick
+}  // namespace ornwick::qipc

@@ -4,9 +4,11 @@
 #include <errno.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace ornwick {
@@ -26,7 +28,8 @@ std::string defaultSocketPath() {
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   if (runtime != nullptr && *runtime != '\0')
     return std::string(runtime) + "/ornqipc.sock";
-  return "/tmp/ornqipc-" + std::to_string(getuid()) + ".sock";
+  // A folder of our own: a name directly in /tmp could be taken by anyone.
+  return "/tmp/ornqipc-" + std::to_string(getuid()) + "/ornqipc.sock";
 #endif
 }
 
@@ -53,18 +56,87 @@ int connectUnix(const std::string& path, std::string* err) {
   return fd;
 }
 
-bool peerAllowed(int fd, std::string* err) {
+bool peerAllowed(int fd, std::string* err, uid_t alsoAllowed) {
   ucred cred{};
   socklen_t len = sizeof(cred);
   if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0) {
     *err = std::string("SO_PEERCRED: ") + strerror(errno);
     return false;
   }
-  if (cred.uid != 0 && cred.uid != getuid()) {
+  if (cred.uid != 0 && cred.uid != getuid() && cred.uid != alsoAllowed) {
     *err = "peer uid " + std::to_string(cred.uid) + " is neither ours nor root";
+    if (alsoAllowed != kNoUid)
+      *err += " nor " + std::to_string(alsoAllowed);
     return false;
   }
   return true;
+}
+
+uid_t configuredServiceUid() {
+  const char* env = std::getenv("ORN_QIPC_SERVICE_UID");
+  if (env == nullptr || *env < '0' || *env > '9')
+    return kNoUid;
+  char* end = nullptr;
+  errno = 0;
+  unsigned long uid = strtoul(env, &end, 10);
+  if (errno != 0 || *end != '\0' || uid >= kNoUid)
+    return kNoUid;
+  return static_cast<uid_t>(uid);
+}
+
+ServiceCheck checkSocketDir(const std::string& path, bool ownerOnly, uid_t serviceUid,
+                            std::string* err) {
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "."
+                          : slash == 0               ? "/"
+                                                     : path.substr(0, slash);
+  struct stat st;
+  if (stat(dir.c_str(), &st) != 0) {
+    *err = "stat " + dir + ": " + strerror(errno);
+    return ServiceCheck::kAbsent;
+  }
+  if (!S_ISDIR(st.st_mode)) {
+    *err = dir + " is not a folder";
+    return ServiceCheck::kRefused;
+  }
+  if (st.st_uid != 0 && st.st_uid != getuid() && st.st_uid != serviceUid) {
+    *err = "folder " + dir + " belongs to uid " + std::to_string(st.st_uid);
+    return ServiceCheck::kRefused;
+  }
+  // Whoever may write to the folder may put their own socket at the path.
+  if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (ownerOnly || (st.st_mode & S_ISVTX) == 0)) {
+    char mode[8];
+    snprintf(mode, sizeof(mode), "%04o", static_cast<unsigned>(st.st_mode & 07777));
+    *err = "folder " + dir + " is writable by others (mode " + mode + ")";
+    return ServiceCheck::kRefused;
+  }
+  return ServiceCheck::kOk;
+}
+
+ServiceCheck connectService(const std::string& path, bool ownerOnly, uid_t serviceUid, int* fd,
+                            std::string* err) {
+  ServiceCheck dir = checkSocketDir(path, ownerOnly, serviceUid, err);
+  if (dir != ServiceCheck::kOk)
+    return dir;
+  *fd = connectUnix(path, err);
+  if (*fd < 0)
+    return ServiceCheck::kAbsent;
+  if (!peerAllowed(*fd, err, serviceUid)) {
+    close(*fd);
+    *fd = -1;
+    return ServiceCheck::kRefused;
+  }
+  return ServiceCheck::kOk;
+}
+
+bool makeDefaultSocketDir(std::string* err) {
+  const std::string path = defaultSocketPath();
+  const std::string dir = path.substr(0, path.rfind('/'));
+  if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+    *err = "mkdir " + dir + ": " + strerror(errno);
+    return false;
+  }
+  return checkSocketDir(path, true, kNoUid, err) == ServiceCheck::kOk;
 }
 
 }  // namespace qipc

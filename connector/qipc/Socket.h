@@ -2,6 +2,8 @@
 // is.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace ornwick {
@@ -10,8 +12,8 @@ namespace qipc {
 // ORN_QIPC_SOCKET when set and non-empty, else the per-user default.
 std::string socketPath();
 
-// $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>.sock; a fixed path on
-// Android.
+// $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>/ornqipc.sock; a fixed
+// path on Android.
 std::string defaultSocketPath();
 
 // Connects a non-blocking, close-on-exec Unix stream socket to `path`.
@@ -19,9 +21,33 @@ std::string defaultSocketPath();
 // refused".
 int connectUnix(const std::string& path, std::string* err);
 
-// True when the peer on `fd` runs as our uid or as root (kernel peer
-// credentials).
-bool peerAllowed(int fd, std::string* err);
+// Stands for "no uid": then only root and our own uid are trusted.
+constexpr uid_t kNoUid = static_cast<uid_t>(-1);
+
+// True when the peer on `fd` runs as our uid, as root or as `alsoAllowed`
+// (kernel peer credentials).
+bool peerAllowed(int fd, std::string* err, uid_t alsoAllowed = kNoUid);
+
+// ORN_QIPC_SERVICE_UID when it holds a uid, else kNoUid.
+uid_t configuredServiceUid();
+
+enum class ServiceCheck { kOk, kAbsent, kRefused };
+
+// Checks the folder that holds `path`: it must belong to root, to us or to
+// `serviceUid`, and nobody else may write to it, except in a shared folder
+// with the sticky bit (like /tmp) when not `ownerOnly`. kAbsent with a system
+// error when the folder is missing; kRefused with the reason otherwise.
+ServiceCheck checkSocketDir(const std::string& path, bool ownerOnly, uid_t serviceUid,
+                            std::string* err);
+
+// Checks the folder, connects and checks the peer: kOk with *fd set, kAbsent
+// when nobody listens, kRefused when the folder or the peer is not trusted.
+ServiceCheck connectService(const std::string& path, bool ownerOnly, uid_t serviceUid, int* fd,
+                            std::string* err);
+
+// Creates the folder of the default path owner-only when it is missing, and
+// checks it as clients do. Returns false with *err when it is not fit.
+bool makeDefaultSocketDir(std::string* err);
 
 }  // namespace qipc
 }  // namespace ornwick

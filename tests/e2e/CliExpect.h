@@ -1,80 +1,77 @@
-// Helpers shared by the orncli end-to-end suites: the lines orncli writes, and the
-// requests that ornsim recorded.
+// Helpers shared by the orncli end-to-end suites: command lines, shorthand transcripts and
+// the requests that ornsim recorded.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "OrnTestSupport.h"
 
 namespace clitest {
 
-// A request as ornsim's record file holds it.
-struct RecordedRequest {
-  std::string client;
-  bool sync = false;
-  std::string requestId;
-  int requestType = -1;
-  std::string payload;
-};
-
-// Parses one record line; false when it is not a well-formed request line.
-inline bool parseRequestLine(const std::string& line, RecordedRequest* out) {
-  rapidjson::Document doc;
-  doc.Parse(line.c_str());
-  if (doc.HasParseError() || !doc.IsObject()) {
-    return false;
+// Splits a command line at blanks; '...' quotes blanks or an empty argument.
+inline std::vector<std::string> splitArgs(const std::string& line) {
+  std::vector<std::string> args;
+  std::string arg;
+  bool quoted = false, open = false;
+  for (char c : line + ' ') {
+    if (c == '\'') {
+      quoted = !quoted;
+      open = true;
+    } else if (c != ' ' || quoted) {
+      arg += c;
+      open = true;
+    } else if (open) {
+      args.push_back(arg);
+      arg.clear();
+      open = false;
+    }
   }
-  const auto client = doc.FindMember("client");
-  const auto sync = doc.FindMember("sync");
-  const auto id = doc.FindMember("requestId");
-  const auto type = doc.FindMember("requestType");
-  const auto payload = doc.FindMember("payload");
-  if (client == doc.MemberEnd() || !client->value.IsString() || sync == doc.MemberEnd() ||
-      !sync->value.IsBool() || id == doc.MemberEnd() || !id->value.IsString() ||
-      type == doc.MemberEnd() || !type->value.IsInt() || payload == doc.MemberEnd() ||
-      !payload->value.IsString()) {
-    return false;
-  }
-  out->client = client->value.GetString();
-  out->sync = sync->value.GetBool();
-  out->requestId = id->value.GetString();
-  out->requestType = type->value.GetInt();
-  out->payload.assign(payload->value.GetString(), payload->value.GetStringLength());
-  return true;
+  return args;
 }
 
-// The requests sim has recorded so far, parsed; a line that does not parse fails the test.
-inline std::vector<RecordedRequest> recorded(const orntest::Ornsim& sim) {
-  std::vector<RecordedRequest> requests;
+using Blocks = std::vector<std::pair<std::string, std::string>>;
+
+// Replaces every token of text by its block, in order, so a block may hold later tokens.
+inline std::string expand(std::string text, const Blocks& blocks) {
+  for (const auto& [token, block] : blocks) {
+    for (size_t at; (at = text.find(token)) != std::string::npos;)
+      text.replace(at, token.size(), block);
+  }
+  return text;
+}
+
+// A recorded request: its client, its id, and "S" (sync) or "A" (async), its type, a blank
+// and its payload, as in "A1 {...}".
+struct Sent {
+  std::string client, id, line;
+};
+
+// The requests sim has recorded so far; a line that does not parse fails the test.
+inline std::vector<Sent> sent(const orntest::Ornsim& sim) {
+  std::vector<Sent> requests;
   for (const std::string& line : sim.recordedRequests()) {
-    RecordedRequest request;
-    EXPECT_TRUE(parseRequestLine(line, &request)) << line;
-    requests.push_back(request);
+    rapidjson::Document d;
+    bool ok = !d.Parse(line.c_str()).HasParseError() && d.IsObject();
+    for (const char* key : {"client", "requestId", "payload", "sync", "requestType"})
+      ok = ok && d.HasMember(key);
+    if (!ok || !d["client"].IsString() || !d["requestId"].IsString() || !d["payload"].IsString() ||
+        !d["sync"].IsBool() || !d["requestType"].IsInt()) {
+      ADD_FAILURE() << "bad record line: " << line;
+      continue;
+    }
+    requests.push_back({d["client"].GetString(), d["requestId"].GetString(),
+                        (d["sync"].GetBool() ? "S" : "A") +
+                            std::to_string(d["requestType"].GetInt()) + " " +
+                            std::string(d["payload"].GetString(), d["payload"].GetStringLength())});
   }
   return requests;
 }
 
-inline std::string joinArgs(const std::vector<std::string>& args) {
-  std::string joined;
-  for (const std::string& arg : args) {
-    joined += (joined.empty() ? "" : " ") + arg;
-  }
-  return joined;
-}
-
-inline std::string errorLine(const std::string& key, const std::string& message) {
-  return "{\"error\":\"" + key + "\",\"message\":\"" + message + "\"}\n";
-}
-
-inline std::string responseLine(const std::string& requestId, int code, const std::string& data) {
-  return "{\"requestId\":\"" + requestId + "\",\"responseCode\":" + std::to_string(code) +
-         ",\"responseData\":" + data + "}\n";
-}
-
-constexpr const char kStoiWarning[] = "Warning: Invalid characters in input, using default value\n";
+constexpr const char kWarning[] = "Warning: Invalid characters in input, using default value\n";
 
 }  // namespace clitest

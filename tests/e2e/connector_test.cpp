@@ -3,17 +3,24 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -152,6 +159,8 @@ class FakeService {
   bool ok() const { return ok_; }
   const std::string& path() const { return path_; }
   int accept() { return ::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC); }
+  // Makes a blocked accept() fail.
+  void stop() { shutdown(fd_, SHUT_RDWR); }
 
  private:
   orntest::TempDir dir_;
@@ -182,7 +191,8 @@ bool readsUntilClosed(int fd) {
   char buf[4096];
   for (;;) {
     ssize_t n = recv(fd, buf, sizeof(buf), 0);
-    if (n == 0)
+    // Closing with our bytes still unread makes the peer's close a reset.
+    if (n == 0 || (n < 0 && errno == ECONNRESET))
       return true;
     if (n < 0)
       return false;
@@ -201,14 +211,40 @@ std::string readFrame(int fd) {
   return body;
 }
 
+const std::string kConnectedEvent =
+    frame(R"({"kind":"event","eventType":20,"payload":"{\"status\":\"CONNECTED\"}"})");
+
+// Plays the service's handshake on `fd`; false when the client did not register.
+bool handshake(int fd) {
+  return sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
+         sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})"));
+}
+
+// A blocking connection whose reads give up after kWait, so a service that
+// never closes fails the test instead of hanging it.
 int rawConnect(const std::string& path) {
   sockaddr_un addr;
   int fd = unixSocket(path, &addr);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0) {
+  const timeval wait{static_cast<time_t>(std::chrono::seconds(kWait).count()), 0};
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)) != 0 ||
+      setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait)) != 0) {
     close(fd);
     return -1;
   }
   return fd;
+}
+
+// Reads frames until the response to request `id`; false if the stream ends first.
+bool answered(int fd, const std::string& id) {
+  for (std::string f = readFrame(fd); !f.empty(); f = readFrame(fd))
+    if (f.find("\"requestId\":\"" + id + "\"") != std::string::npos)
+      return true;
+  return false;
+}
+
+std::string ask(const std::string& id, const std::string& payload = "") {
+  return frame(R"({"kind":"request","requestId":")" + id + R"(","requestType":1,"payload":")" +
+               payload + "\"}");
 }
 
 TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
@@ -350,6 +386,7 @@ TEST(Connector, ServiceCutsOffBadFramesButKeepsServingOthers) {
       {"unknown kind", frame(R"({"kind":"shout"})")},
       {"client sends a response",
        frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})")},
+      {"no answer fits a frame", ask(std::string((1u << 20) - 100, 'i'))},
       {"nested too deep", frame(std::string(400000, '['))},
   };
   orntest::Ornsim sim;
@@ -396,10 +433,15 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
     EXPECT_TRUE(readsUntilClosed(fd)) << k.name;
     close(fd);
   }
-  // After all that, a well-behaved service still gets the registration.
+  // After all that, a well-behaved service still gets the registration, once it
+  // reports connected: the request sent meanwhile comes first.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
   ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
+  ASSERT_TRUE(c.handler->waitEvents(20));
+  ASSERT_TRUE(c.client->sendAsyncRequest(request(*c.client, 1, kDevices)));
+  EXPECT_NE(readFrame(fd).find(R"({"kind":"request")"), std::string::npos);
+  ASSERT_TRUE(sendAll(fd, kConnectedEvent));
   EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
   close(fd);
 }
@@ -481,6 +523,97 @@ TEST(Connector, ServiceCutsOffAClientThatDoesNotRead) {
   EXPECT_TRUE(good->client->sendSyncRequest(request(*good->client, 1, kDevices)));
 }
 
+TEST(Ornsim, ClosesConnectionsPastItsLimits) {
+  // A 10 KB request, cut: a partly received frame of 9000 bytes.
+  const std::string big = ask("big", std::string(10000, ' '));
+  const std::string part = big.substr(0, 9000);
+  // About a kilobyte of answer each: 2000 unread ones pass a 64 KiB budget.
+  std::string burst;
+  for (int i = 0; i < 2000; ++i)
+    burst += ask("x", R"({\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"}})");
+  static const struct {
+    std::vector<std::string> args;
+    std::string holds;  // sent with a first request by a client within the limit
+    std::string victimSends;
+    bool greeted;  // whether the victim gets event 20 before it is closed
+    const char* logged;
+  } kCases[] = {
+      {{"--max-connections", "1"}, "", "", false, "refusing a client: at the connection limit (1)"},
+      {{"--frame-budget", "15000"}, part, part, true, "would pass the frame budget"},
+      {{"--frame-timeout-ms", "100"}, "", part, true, "stalled in the middle of a frame"},
+      {{"--frame-budget", "65536"}, "", burst, true, "unsent frames would pass the frame budget"},
+  };
+  for (const auto& c : kCases) {
+    orntest::Ornsim sim(c.args);
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    int holder = rawConnect(sim.socketPath());
+    // One write, so ornsim holds the part by the time it answers the request.
+    ASSERT_TRUE(holder >= 0 && sendAll(holder, ask("first") + c.holds) &&
+                answered(holder, "first"));
+    int victim = rawConnect(sim.socketPath());
+    ASSERT_GE(victim, 0) << c.logged;
+    EXPECT_EQ(readFrame(victim).find("\"eventType\":20") != std::string::npos, c.greeted)
+        << c.logged;
+    sendAll(victim, c.victimSends);
+    EXPECT_TRUE(readsUntilClosed(victim)) << c.logged;
+    close(victim);
+    ASSERT_TRUE(sendAll(holder, big.substr(c.holds.size()) + ask("last")));
+    EXPECT_TRUE(answered(holder, "last")) << c.logged;
+    close(holder);
+    std::ifstream log(sim.dir().file("ornsim.stderr"));
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(log), {}).find(c.logged),
+              std::string::npos);
+  }
+}
+
+TEST(Ornsim, WaitsForAFreeDescriptorWithOneLogLine) {
+  orntest::TempDir dir;
+  const std::string path = dir.file("s.sock");
+  orntest::LiveProcess sim(orntest::ornsimPath(), {"--socket", path});
+  ASSERT_TRUE(sim.waitForOut("ready"));
+  int first = rawConnect(path);
+  ASSERT_TRUE(first >= 0 && !readFrame(first).empty());
+  // Limit ornsim to the descriptors it holds: accepting fails until `first` closes.
+  const std::string fds = "/proc/" + std::to_string(sim.pid()) + "/fd/";
+  rlimit limit{};
+  ASSERT_EQ(prlimit(sim.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+  for (limit.rlim_cur = 0; std::filesystem::is_symlink(fds + std::to_string(limit.rlim_cur));)
+    ++limit.rlim_cur;
+  ASSERT_EQ(prlimit(sim.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+  int second = rawConnect(path);
+  ASSERT_GE(second, 0);
+  const std::string logged = "accept: Too many open files; retrying when a connection closes";
+  ASSERT_TRUE(sim.waitForErr(logged));
+  close(first);
+  EXPECT_NE(readFrame(second).find("\"eventType\":20"), std::string::npos);
+  close(second);
+  ASSERT_EQ(kill(sim.pid(), SIGTERM), 0);
+  const auto run = sim.finish();
+  EXPECT_EQ(run.err.find("accept:", run.err.find(logged) + 1), std::string::npos) << run.err;
+}
+
+TEST(Ornsim, OwnsItsSocketByALock) {
+  orntest::Ornsim first;
+  ASSERT_TRUE(first.ok()) << first.error();
+  const std::string path = first.socketPath();
+  // Stopped, and its socket file gone: the path is still taken.
+  ASSERT_EQ(kill(first.pid(), SIGSTOP), 0);
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  auto second = orntest::runProcess(orntest::ornsimPath(), {"--socket", path});
+  EXPECT_EQ(second.exitCode, 2);
+  EXPECT_NE(second.err.find("another ornsim serves " + path + ": it holds " + path + ".lock"),
+            std::string::npos)
+      << second.err;
+  // A socket put there by someone else outlives the first ornsim.
+  sockaddr_un addr;
+  int other = unixSocket(path, &addr);
+  ASSERT_EQ(bind(other, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  ASSERT_EQ(kill(first.pid(), SIGCONT), 0);
+  EXPECT_EQ(first.stop(), 0);
+  EXPECT_EQ(access(path.c_str(), F_OK), 0);
+  close(other);
+}
+
 TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
   for (int sig : {SIGTERM, SIGINT}) {
     orntest::Ornsim sim;
@@ -494,6 +627,7 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
     EXPECT_TRUE(c->handler->waitEvents(22)) << sig;
     EXPECT_EQ(sim.stop(), 0) << sig;
     EXPECT_NE(access(sim.socketPath().c_str(), F_OK), 0) << sig;
+    EXPECT_NE(access((sim.socketPath() + ".lock").c_str(), F_OK), 0) << sig;
   }
 }
 
@@ -559,6 +693,129 @@ TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
   EXPECT_NE(r->responseData.find("response_too_large"), std::string::npos);
 }
 
+// Plays the service's side of a flood from the client's own callback: each
+// event delivered puts up to two more on the wire, so once the socket holds
+// more than one read's worth the client never finds it drained.
+struct Flood : IORNEventHandler {
+  std::atomic<int> serviceFd{-1};
+  std::promise<void> socketFull;  // set at the first send that finds no room
+  std::atomic<bool> wasFull{false};
+  void onResponse(std::shared_ptr<ORNResponse>) noexcept override {}
+  void onEvent(std::shared_ptr<ORNEvent>) noexcept override {
+    static const std::string kEvent =
+        frame(R"({"kind":"event","eventType":21,"payload":")" + std::string(4000, 'x') + "\"}");
+    for (int i = 0; i < 2; ++i)
+      if (send(serviceFd, kEvent.data(), kEvent.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0) {
+        if (!wasFull.exchange(true))
+          socketFull.set_value();
+        break;
+      }
+  }
+};
+
+// Destroys the client on another thread; false when that has not returned by
+// the deadline.
+bool destroyedInTime(std::unique_ptr<ORNClient> client) {
+  std::packaged_task<void()> destroy([c = std::move(client)]() mutable { c.reset(); });
+  auto done = destroy.get_future();
+  std::thread(std::move(destroy)).detach();
+  return done.wait_until(Clock::now() + kWait) == std::future_status::ready;
+}
+
+TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
+  for (bool serviceReads : {true, false}) {
+    FakeService fake;
+    ASSERT_TRUE(fake.ok());
+    useSocket(fake.path());
+    auto client = std::make_unique<ORNClient>();
+    auto flood = std::make_shared<Flood>();
+    ASSERT_TRUE(client->initialize(flood, ConnectorType::kLocalService, "t"));
+    const int fd = flood->serviceFd = fake.accept();
+    ASSERT_GE(fd, 0);
+    // A client that never writes fails the reads below instead of hanging them.
+    const timeval deadline{std::chrono::seconds(kWait).count(), 0};
+    ASSERT_EQ(setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &deadline, sizeof(deadline)), 0);
+    ASSERT_TRUE(sendAll(fd, kConnectedEvent));
+    EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
+    ASSERT_EQ(flood->socketFull.get_future().wait_until(Clock::now() + kWait),
+              std::future_status::ready);
+    // A service that stops reading leaves a request bigger than the socket's
+    // buffer half written.
+    auto req = request(*client, 1, serviceReads ? kDevices : std::string(900000, 'x'));
+    ASSERT_TRUE(client->sendAsyncRequest(req));
+    if (serviceReads) {
+      EXPECT_NE(readFrame(fd).find(req->requestId), std::string::npos);
+    }
+    ASSERT_TRUE(destroyedInTime(std::move(client))) << serviceReads;
+    close(fd);
+  }
+}
+
+std::vector<int> retryDelays(const std::string& debugText) {
+  std::vector<int> ms;
+  const std::string key = "retrying in ";
+  for (size_t at = debugText.find(key); at != std::string::npos; at = debugText.find(key, at + 1))
+    ms.push_back(atoi(debugText.c_str() + at + key.size()));
+  return ms;
+}
+
+TEST(Connector, BackOffGrowsWhileConnectionsDropAtOnceAndResetsAfterRegistering) {
+  FakeService fake;
+  ASSERT_TRUE(fake.ok());
+  // Drops each connection at once, but the fourth after registering the client
+  // and reading its request.
+  std::thread dropper([&] {
+    for (int n = 1, fd; (fd = fake.accept()) >= 0; ++n, close(fd))
+      if (n == 4 && handshake(fd))
+        readFrame(fd);
+  });
+  orntest::Env env = orntest::clientEnv(fake.path());
+  env["ORN_QIPC_DEBUG"] = "1";
+  auto run = orntest::runProcess(orntest::orncliPath(), {"--timeout", "1", "devices"}, env);
+  fake.stop();
+  dropper.join();
+  EXPECT_EQ(run.exitCode, 2);
+  auto delays = retryDelays(run.err);
+  ASSERT_GE(delays.size(), 9u) << run.err;
+  delays.resize(9);
+  EXPECT_EQ(delays, (std::vector<int>{10, 20, 40, 10, 20, 40, 80, 160, 250})) << run.err;
+}
+
+TEST(Connector, ServiceOfAnotherUidIsRefusedUnlessConfigured) {
+  if (geteuid() != 0)
+    GTEST_SKIP() << "needs root to run the fake service as another uid";
+  orntest::TempDir dir;
+  sockaddr_un addr;
+  int fd = unixSocket(dir.file("s.sock"), &addr);
+  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+  // The credentials a client sees are taken at listen(), after dropping root.
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setresuid(65534, 65534, 65534) != 0 || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 ||
+        listen(fd, 8) != 0)
+      _exit(1);
+    for (int c; (c = accept(fd, nullptr, nullptr)) >= 0; close(c))
+      if (handshake(c))
+        readsUntilClosed(c);
+    _exit(0);
+  }
+  close(fd);
+  // Refused, the client never registers; allowed, its request goes unanswered.
+  for (const char* serviceUid : {"", "65534"}) {
+    orntest::Env env = orntest::clientEnv(dir.file("s.sock"));
+    env["ORN_QIPC_SERVICE_UID"] = serviceUid;
+    auto run = orntest::runProcess(orntest::orncliPath(),
+                                   {"--connect-timeout", "1", "--timeout", "1", "devices"}, env);
+    const bool refused = *serviceUid == '\0';
+    EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, refused) << run.err;
+    // The log record says why.
+    EXPECT_EQ(run.err.find("peer uid 65534 is neither ours nor root") != std::string::npos, refused)
+        << run.err;
+  }
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+}
+
 TEST(Ornsim, WallSwitchReachesListenersAndTheTrafficLog) {
   orntest::Ornsim sim({"-v"});
   ASSERT_TRUE(sim.ok()) << sim.error();
@@ -586,7 +843,9 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
   const std::vector<std::vector<std::string>> kRuns[] = {
       {{"power", "turnOff", "--endpoints", "ep-kitchen"},
        {"subscribe", "create", "--endpoint", "ep-kitchen", "--events", "ns:n"}},
+      // The repeat answers with the restored id, so ep-desk gets sub-2.
       {{"state", "get", "--endpoint", "ep-kitchen", "--feature", "power"},
+       {"subscribe", "create", "--endpoint", "ep-kitchen", "--events", "ns:n"},
        {"subscribe", "create", "--endpoint", "ep-desk", "--events", "ns:n"},
        {"subscribe", "list"}},
   };
@@ -609,6 +868,12 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
       std::string::npos)
       << out;
   EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
+  // Two saved subscriptions are more than a client may hold here.
+  auto capped = orntest::runProcess(orntest::ornsimPath(), {"--socket", dir.file("s"), "--state",
+                                                            state, "--max-subscriptions", "1"});
+  EXPECT_EQ(capped.exitCode, 2);
+  EXPECT_NE(capped.err.find("too many subscriptions for \"ORNCLI-cmd\""), std::string::npos)
+      << capped.err;
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
-// orncli one-shot mode end to end: the real binary against a private ornsim per test,
-// checking the exact output, exit status and the request that reached the service.
+// orncli one-shot mode end to end: each row runs the real binary against a private ornsim and
+// compares stdout, stderr, the exit status and the requests that reached the service.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,518 +14,309 @@
 
 namespace {
 
-using clitest::errorLine;
-using clitest::joinArgs;
-using clitest::recorded;
-using clitest::RecordedRequest;
-using clitest::responseLine;
-using orntest::Ornsim;
-using orntest::runOrncli;
+using clitest::splitArgs;
 
-constexpr const char kDevicesPayload[] =
-    R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})";
-
-struct SentCase {
-  std::vector<std::string> args;
-  int requestType;
-  const char* payload;
+struct Case {
+  const char* args;  // orncli's command line, split by clitest::splitArgs
+  const char* sent;  // the requests recorded, one line each (clitest::Sent); nullptr: unchecked
+  int exit = 0;
+  const char* out = "<OK>";  // stdout; <OK> is the line of the served response
+  const char* err = "";      // stderr; a line "key: message" stands for the error line
+  const char* sim = "";      // ornsim's options ("": serve {"ok":true}); "none": no ornsim
 };
 
-// Runs each case against sim, which answers every request with 200 and {"ok":true}.
-void expectSent(const Ornsim& sim, const SentCase* cases, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const SentCase& c = cases[i];
-    const size_t before = recorded(sim).size();
-    const orntest::RunResult run = runOrncli(sim.socketPath(), c.args);
-    const std::vector<RecordedRequest> requests = recorded(sim);
-    ASSERT_EQ(before + 1, requests.size()) << joinArgs(c.args) << "\n" << run.err;
-    const RecordedRequest& request = requests.back();
-    EXPECT_EQ(0, run.exitCode) << joinArgs(c.args);
-    EXPECT_EQ("", run.err) << joinArgs(c.args);
-    EXPECT_EQ(responseLine(request.requestId, 200, R"({"ok":true})"), run.out) << joinArgs(c.args);
-    EXPECT_EQ("ORNCLI-cmd", request.client) << joinArgs(c.args);
-    const bool sync = std::find(c.args.begin(), c.args.end(), "--sync") != c.args.end();
-    EXPECT_EQ(sync, request.sync) << joinArgs(c.args);
-    EXPECT_EQ(c.requestType, request.requestType) << joinArgs(c.args);
-    EXPECT_EQ(c.payload, request.payload) << joinArgs(c.args);
-    EXPECT_FALSE(request.requestId.empty()) << joinArgs(c.args);
+// The error lines orncli writes for "key: message" lines of text.
+std::string errorLines(const std::string& text) {
+  std::string lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    const size_t colon = line.find(": ");
+    lines += line[0] == '{' ? line + "\n"
+                            : "{\"error\":\"" + line.substr(0, colon) + "\",\"message\":\"" +
+                                  line.substr(colon + 2) + "\"}\n";
+  }
+  return lines;
+}
+
+// The usage text, as `orncli --help` prints it without connecting anywhere.
+const std::string& usage() {
+  static const std::string text = orntest::runOrncli("/nonexistent/none.sock", {"--help"}).out;
+  return text;
+}
+
+void run(const std::vector<Case>& cases) {
+  orntest::TempDir nowhere;
+  std::map<std::string, std::unique_ptr<orntest::Ornsim>> sims;
+  for (const Case& c : cases) {
+    const bool none = std::string(c.sim) == "none";
+    std::unique_ptr<orntest::Ornsim>& sim = sims[none ? "" : c.sim];
+    if (!sim) {
+      sim = std::make_unique<orntest::Ornsim>(
+          splitArgs(*c.sim && !none ? c.sim : R"(--respond 200:{"ok":true})"));
+      ASSERT_TRUE(sim->ok()) << sim->error();
+    }
+    const size_t before = clitest::sent(*sim).size();
+    const orntest::RunResult r =
+        orntest::runOrncli(none ? nowhere.file("none.sock") : sim->socketPath(), splitArgs(c.args));
+    const std::vector<clitest::Sent> requests = clitest::sent(*sim);
+    std::string sent, id;
+    for (size_t i = before; i < requests.size(); ++i) {
+      EXPECT_EQ("ORNCLI-cmd", requests[i].client) << c.args;
+      EXPECT_NE("", requests[i].id) << c.args;
+      sent += (i > before ? "\n" : "") + requests[i].line;
+      id = requests[i].id;
+    }
+    const std::string out = clitest::expand(
+        c.out,
+        {{"<OK>", "{\"requestId\":\"<ID>\",\"responseCode\":200,\"responseData\":{\"ok\":true}}\n"},
+         {"<ID>", id},
+         {"<WARN>", clitest::kWarning},
+         {"<USAGE>", usage()}});
+    EXPECT_EQ(c.exit, r.exitCode) << c.args;
+    EXPECT_EQ(out, r.out) << c.args;
+    EXPECT_EQ(errorLines(c.err), r.err) << c.args;
+    if (c.sent) {
+      EXPECT_EQ(c.sent, sent) << c.args;
+    }
   }
 }
 
-TEST(OneShot, LightSubcommandsSendTheirRequests) {
-  Ornsim sim({"--respond", R"(200:{"ok":true})"});
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  static const SentCase kCases[] = {
-      {{"power", "turnOn", "--endpoints", "e1,e2"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{}}},"dfi":[]})"},
-      {{"power", "turnOff", "--endpoints", "a,,b,"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":"a"},{"endpointId":""},{"endpointId":"b"}],"directivePayload":{}}},"dfi":[]})"},
-      {{"power", "get", "--endpoint", "e1", "--endpoints", "x,y"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})"},
-      {{"brightness", "set", "--endpoints", "e1,e2", "--value", " 40 "},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":40}}},"dfi":[]})"},
-      {{"brightness", "set", "--endpoints", "e1", "--value", "250"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightness":250}}},"dfi":[]})"},
-      {{"brightness", "adjust", "--value", "oops", "--endpoints", "e1", "--delta", "-10"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-10}}},"dfi":[]})"},
-      {{"brightness", "get", "--endpoint", "e9"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})"},
-      {{"color", "set", "--endpoints", "id1,id2", "--hue", "120", "--saturation", "0.5",
-        "--brightness", "0.8"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})"},
+uint64_t fnv1a(const std::string& text) {
+  uint64_t hash = 14695981039346656037ull;
+  for (unsigned char c : text)
+    hash = (hash ^ c) * 1099511628211ull;
+  return hash;
+}
+
+// clang-format off
+TEST(OneShot, UsageAndConnection) {
+  // Every byte of the usage text is fixed; its length and hash pin them all.
+  EXPECT_EQ(0u, usage().find("ORNCLI - Ornwick Command Line Interface\n\nUSAGE:\n")) << usage();
+  EXPECT_EQ(5535u, usage().size());
+  EXPECT_EQ(0xc3676a7b9413502aull, fnv1a(usage())) << usage();
+  const char* timedOut = "connection_timeout: QIPC registration timed out after 1s";
+  run({
+      {"--help", "", 0, "<USAGE>", "", "none"},
+      {"--sync", "", 1, "<USAGE>", "", "none"},
+      {"--timeout 5", "", 1, "<USAGE>", "", "none"},
+      {"--timeout", "", 1, "<USAGE>", "", "none"},
+      {"--sync --connect-timeout", "", 1, "<USAGE>", "", "none"},
+      {"-x --help -- -", "", 1, "<USAGE>", "", "none"},
+      // "devices" is taken as the timeout's value, and warned about.
+      {"--timeout devices", "", 1, "<WARN><USAGE>", "", "none"},
+      // The connection comes first, even for a typo or a request for help.
+      {"--connect-timeout 1 devices", "", 2, "", timedOut, "none"},
+      {"--connect-timeout 1 bogus", "", 2, "", timedOut, "none"},
+      {"devices --help --connect-timeout 1", "", 2, "", timedOut, "none"},
+      {"--connect-timeout 1 ''", "", 2, "", timedOut, "none"},
+      {"--connect-timeout 0 --sync power", "", 2, "", "connection_timeout: QIPC registration timed out after 0s", "none"},
+      {"--connect-timeout -3 state", "", 2, "", "connection_timeout: QIPC registration timed out after -3s", "none"},
+      {"--connect-timeout 1 devices", "", 2, "", timedOut, "--no-register"},
+      {"bogus", "", 1, "", "unknown_command: Unknown subcommand: bogus. Run orncli --help for usage."},
+      {"''", "", 1, "", "unknown_command: Unknown subcommand: . Run orncli --help for usage."},
+  });
+}
+
+TEST(OneShot, Devices) {
+  const char* query = R"(1 {"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})";
+  const std::string async = std::string("A") + query, sync = std::string("S") + query;
+  run({
+      {"devices", async.c_str()},
+      // Global flags are found anywhere; other dashed words before the subcommand are skipped.
+      {"--sync devices", sync.c_str()},
+      {"devices --sync", sync.c_str()},
+      {"--help devices", async.c_str()},
+      {"-x devices extra args", async.c_str()},
+      {"--timeout 5 --connect-timeout 5 devices", async.c_str()},
+      // Bad timeouts warn and keep the default.
+      {"--timeout abc --connect-timeout 1s devices", async.c_str(), 0, "<WARN><WARN><OK>"},
+      {"devices --help", "", 0, "Usage: orncli devices\n  List reachable devices from local cache.\n"},
+      // The response is printed raw whatever its code; empty data is "".
+      {"devices", async.c_str(), 0, "{\"requestId\":\"<ID>\",\"responseCode\":200,\"responseData\":\"\"}\n", "", "--respond 200:"},
+      {"devices", async.c_str(), 0, R"({"requestId":"<ID>","responseCode":404,"responseData":{"error":"no such endpoint"}})" "\n", "", R"(--respond '404:{"error":"no such endpoint"}')"},
+      {"devices", async.c_str(), 0, R"({"requestId":"<ID>","responseCode":500,"responseData":not json: at all})" "\n", "", "--respond '500:not json: at all'"},
+      {"--timeout 1 devices", nullptr, 2, "", "request_failed: Failed to send devices request", "--no-response"},
+  });
+}
+
+TEST(OneShot, Power) {
+  const char* help = "Usage: orncli power <turnOn|turnOff|get> [options]\n  --endpoints <id1,id2>  (turnOn/turnOff)\n  --endpoint <id>        (get)\n";
+  run({
+      {"power turnOn --endpoints e1,e2", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{}}},"dfi":[]})"},
+      {"power turnOff --endpoints ,a,,b,", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":""},{"endpointId":"a"},{"endpointId":""},{"endpointId":"b"}],"directivePayload":{}}},"dfi":[]})"},
+      {"power get --endpoint e1 --endpoints x,y --endpoint e2", R"(A1 {"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})"},
+      {"power", "", 1, help},
+      {"power --help", "", 0, help},
+      {"power TurnOn --endpoints e1", "", 1, "", "invalid_argument: Unknown power action: TurnOn. Use turnOn, turnOff, or get"},
+      {"power get --endpoints e1", "", 1, "", "missing_argument: --endpoint is required for power get"},
+      {"power turnOn", "", 1, "", "missing_argument: --endpoints is required for power turnOn"},
+      {"power turnOff --endpoints ''", "", 1, "", "missing_argument: --endpoints is required for power turnOff"},
+      // A zero response timeout gives up as soon as the request is handed over.
+      {"--timeout 0 power get --endpoint e", nullptr, 2, "", "request_failed: Failed to send power get request", "--no-response"},
+      {"--timeout 0 power turnOff --endpoints e", nullptr, 2, "", "request_failed: Failed to send power turnOff request", "--no-response"},
+  });
+}
+
+TEST(OneShot, Brightness) {
+  run({
+      // Trimmed; the range is advice only, and numbers saturate at 32 bits.
+      {"brightness set --endpoints e1,e2 --value ' 99999999999 '", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":2147483647}}},"dfi":[]})"},
+      {"brightness adjust --value oops --endpoints e1 --delta -99999999999", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-2147483648}}},"dfi":[]})"},
+      {"brightness get --endpoint e9", R"(A1 {"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})"},
+      {"brightness", "", 1, "Usage: orncli brightness <set|adjust|get> [options]\n  --endpoints <id1,id2>  (set/adjust)\n"
+                            "  --endpoint <id>        (get)\n  --value <0-100>        (set)\n  --delta <-100 to 100>  (adjust)\n"},
+      {"brightness dim", "", 1, "", "invalid_argument: Unknown brightness action: dim"},
+      {"brightness get", "", 1, "", "missing_argument: --endpoint is required for brightness get"},
+      {"brightness set --value x", "", 1, "", "missing_argument: --endpoints is required for brightness set"},
+      {"brightness set --endpoints e1 --delta 5", "", 1, "", "missing_argument: --value is required for brightness set"},
+      {"brightness adjust --endpoints e1 --value 5", "", 1, "", "missing_argument: --delta is required for brightness adjust"},
+      {"brightness set --endpoints e1 --value 4O", "", 1, "<WARN>", "invalid_argument: Invalid brightness value: 4O"},
+      {"brightness set --endpoints e1 --value '  '", "", 1, "", "invalid_argument: Invalid brightness value:   "},
+      {"brightness adjust --endpoints e1 --delta -1.5", "", 1, "<WARN>", "invalid_argument: Invalid brightness delta: -1.5"},
+      {"--timeout 0 brightness get --endpoint e", nullptr, 2, "", "request_failed: Failed to send brightness get request", "--no-response"},
+      {"--timeout 0 brightness adjust --endpoints e --delta 1", nullptr, 2, "", "request_failed: Failed to send brightness adjust request", "--no-response"},
+  });
+}
+
+TEST(OneShot, ColorAndColorTemp) {
+  const char* help = "Usage: orncli color set [options]\n  --endpoints <id1,id2>\n  --hue <0-360>\n  --saturation <0.0-1.0>\n  --brightness <0.0-1.0>\n";
+  run({
+      {"color set --endpoints id1,id2 --hue 120 --saturation 0.5 --brightness 0.8", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})"},
       // Lenient on purpose: junk reads as 0.0, trailing junk is ignored, ranges are advice.
-      {{"color", "set", "--endpoints", "id1", "--hue", "abc", "--saturation", "2x", "--brightness",
-        "-1"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"color":{"hue":0.0,"saturation":2.0,"brightness":-1.0}}}},"dfi":[]})"},
+      {"color set --endpoints id1 --hue abc --saturation 2x --brightness -1", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"color":{"hue":0.0,"saturation":2.0,"brightness":-1.0}}}},"dfi":[]})"},
       // A non-finite value cannot be written, so the body is dropped.
-      {{"color", "set", "--endpoints", "id1", "--hue", "nan", "--saturation", "1", "--brightness",
-        "1"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST"},"dfi":[]})"},
-      {{"colortemp", "set", "--endpoints", "id1,id2", "--kelvin", "3500"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"colorTemperatureInKelvin":3500}}},"dfi":[]})"},
-      {{"colortemp", "set", "--endpoints", "id1", "--kelvin", "-50"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"colorTemperatureInKelvin":-50}}},"dfi":[]})"},
-  };
-  expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
+      {"color set --endpoints id1 --hue nan --saturation 1 --brightness 1", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST"},"dfi":[]})"},
+      {"color", "", 1, help},
+      {"color set --help", "", 0, help},
+      {"color SET", "", 1, "", "invalid_argument: Unknown color action: SET. Use set"},
+      {"color set --brightness 1", "", 1, "", "missing_argument: --endpoints is required"},
+      {"color set --endpoints e1", "", 1, "", "missing_argument: --hue is required"},
+      {"color set --endpoints e1 --hue 1", "", 1, "", "missing_argument: --saturation is required"},
+      {"color set --endpoints e1 --hue 1 --saturation 1", "", 1, "", "missing_argument: --brightness is required"},
+      {"--timeout 0 color set --endpoints e --hue 1 --saturation 1 --brightness 1", nullptr, 2, "", "request_failed: Failed to send color set request", "--no-response"},
+      {"colortemp set --endpoints id1,id2 --kelvin -50", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"colorTemperatureInKelvin":-50}}},"dfi":[]})"},
+      {"colortemp", "", 1, "Usage: orncli colortemp set [options]\n  --endpoints <id1,id2>\n  --kelvin <1000-10000>\n"},
+      {"colortemp get", "", 1, "", "invalid_argument: Unknown colortemp action: get. Use set"},
+      {"colortemp set --kelvin 3000", "", 1, "", "missing_argument: --endpoints is required"},
+      {"colortemp set --endpoints e1 --kelvin ''", "", 1, "", "missing_argument: --kelvin is required"},
+      {"colortemp set --endpoints e1 --kelvin 3500x", "", 1, "<WARN>", "invalid_argument: Invalid kelvin value: 3500x"},
+      {"--timeout 0 colortemp set --endpoints e --kelvin 2000", nullptr, 2, "", "request_failed: Failed to send colortemp set request", "--no-response"},
+  });
 }
 
-TEST(OneShot, OtherSubcommandsSendTheirRequests) {
-  Ornsim sim({"--respond", R"(200:{"ok":true})"});
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  static const SentCase kCases[] = {
-      {{"devices"}, 1, kDevicesPayload},
-      {{"devices", "extra", "args"}, 1, kDevicesPayload},
-      {{"state", "get", "--endpoint", "id1", "--feature", "power"},
-       3,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
-      {{"state", "get", "--endpoint", "id1", "--feature", "brightness", "--latency", "medium"},
-       3,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/brightness/","method":"GET","requestBody":{"latencyTolerance":"medium"}},"dfi":[]})"},
-      {{"state", "report", "--entity", "eid1", "--endpoint", "epid1", "--friendly-name",
-        "My Light"},
-       3,
-       R"({"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}}]})"},
-      {{"dfi", "--entity", "eid1", "--endpoint", "epid1", "--namespace", "Corva.PowerController",
-        "--name", "TurnOn"},
-       1,
-       R"({"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})"},
-      {{"dfi", "--entity", "e", "--endpoint", "p", "--namespace", "Corva.BrightnessController",
-        "--name", "SetBrightness", "--payload", R"({"brightness":[1,2]})"},
-       1,
-       R"({"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})"},
+TEST(OneShot, State) {
+  const char* help = "Usage: orncli state <get|report> [options]\n  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n"
+                     "  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
+  run({
+      {"state get --endpoint id1 --feature power", R"(A3 {"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
+      {"state get --endpoint id1 --feature brightness --latency medium", R"(A3 {"qfi":{"path":"/v2/endpoints/id1/features/brightness/","method":"GET","requestBody":{"latencyTolerance":"medium"}},"dfi":[]})"},
+      {"state report --entity eid1 --endpoint epid1 --friendly-name 'My Light'", R"(A3 {"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}}]})"},
+      {"state", "", 1, help},
+      {"state --help", "", 0, help},
+      {"state GET", "", 1, "", "invalid_argument: Unknown state action: GET. Use get or report"},
+      {"state get", "", 1, "", "missing_argument: --endpoint is required for state get"},
+      {"state get --endpoint e1", "", 1, "", "missing_argument: --feature is required for state get"},
+      {"state report", "", 1, "", "missing_argument: --entity is required for state report"},
+      {"state report --entity a", "", 1, "", "missing_argument: --endpoint is required for state report"},
+      {"state report --entity a --endpoint b", "", 1, "", "missing_argument: --friendly-name is required for state report"},
+      {"--timeout 0 state get --endpoint e --feature power", nullptr, 2, "", "request_failed: Failed to send state get request", "--no-response"},
+      {"--timeout 0 state report --entity a --endpoint b --friendly-name c", nullptr, 2, "", "request_failed: Failed to send state report request", "--no-response"},
+  });
+}
+
+TEST(OneShot, DfiAndQfi) {
+  const std::string deep = "dfi --entity e --endpoint p --namespace n --name x --payload " + std::string(65000, '[') + std::string(65000, ']');
+  run({
+      {"dfi --entity eid1 --endpoint epid1 --namespace Corva.PowerController --name TurnOn", R"(A1 {"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})"},
+      {R"(dfi --entity e --endpoint p --namespace Corva.BrightnessController --name SetBrightness --payload {"brightness":[1,2]})", R"(A1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})"},
       // Not validated on purpose: the unparseable directive goes out as null.
-      {{"dfi", "--entity", "e", "--endpoint", "p", "--namespace", "n", "--name", "x", "--payload",
-        "{bad"},
-       1,
-       R"({"dfi":[null]})"},
-      {{"dfi", "--entity", "e", "--endpoint", "p", "--namespace", "n", "--name", "x", "--payload",
-        std::string(65000, '[') + std::string(65000, ']')},
-       1,
-       R"({"dfi":[null]})"},
-      {{"qfi", "--path", "/v2/endpoints/id1/features/power/", "--method", "GET"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})"},
-      {{"qfi", "--path", "/v2/endpoints", "--method", "get", "--body", R"({"a":[true]})"},
-       1,
-       R"({"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})"},
-      {{"subscribe", "list"}, 2, R"({"operation":"get","subscriptions":[]})"},
-      {{"subscribe", "create", "--endpoint", "eid1", "--events",
-        "Corva.Endpoint.Feature.Power:Property.PowerState.Change,bad,ns:a:b"},
-       2,
-       R"({"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"},{"namespace":"ns","name":"a:b"}]}]})"},
-      {{"subscribe", "delete", "--endpoint", "eid1", "--events", ":x"},
-       2,
-       R"({"operation":"delete","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"","name":"x"}]}]})"},
-  };
-  expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
+      {"dfi --entity e --endpoint p --namespace n --name x --payload {bad", R"(A1 {"dfi":[null]})"},
+      {deep.c_str(), R"(A1 {"dfi":[null]})"},
+      {"dfi", "", 1, "", "missing_argument: --entity is required"},
+      {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n"
+                            "  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
+      {"dfi --entity a", "", 1, "", "missing_argument: --endpoint is required"},
+      {"dfi --entity a --endpoint b", "", 1, "", "missing_argument: --namespace is required"},
+      {"dfi --entity a --endpoint b --namespace c", "", 1, "", "missing_argument: --name is required"},
+      {"--timeout 0 dfi --entity a --endpoint b --namespace c --name d", nullptr, 2, "", "request_failed: Failed to send DFI request", "--no-response"},
+      {"qfi --path /v2/endpoints/id1/features/power/ --method GET", R"(A1 {"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})"},
+      {R"(qfi --path /v2/endpoints --method get --body {"a":[true]})", R"(A1 {"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})"},
+      {"qfi", "", 1, "", "missing_argument: --path is required"},
+      {"qfi --help", "", 0, "Usage: orncli qfi [options]\n  --path <path>       QFI path (required)\n  --method <GET|POST> HTTP method (required)\n"
+                            "  --body <json>       Request body for POST (optional)\n"},
+      {"qfi --path /v2/endpoints", "", 1, "", "missing_argument: --method is required"},
+      {"--timeout 0 qfi --path /x --method POST", nullptr, 2, "", "request_failed: Failed to send QFI request", "--no-response"},
+  });
 }
 
-TEST(OneShot, GlobalFlagsAreFoundAnywhere) {
-  Ornsim sim({"--respond", R"(200:{"ok":true})"});
+TEST(OneShot, Subscribe) {
+  const char* help = "Usage: orncli subscribe <create|delete|list|listen> [options]\n  create/delete:\n"
+                     "    --endpoint <entityId>       Endpoint entity ID\n    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n"
+                     "  list: (no additional options)\n  listen:\n    --create <eid:ns:name>      Create subscription and listen (repeatable)\n"
+                     "    --timeout <seconds>         Listen timeout (required)\n";
+  run({
+      {"subscribe list", R"(A2 {"operation":"get","subscriptions":[]})"},
+      {"--sync --timeout 0 subscribe list", R"(S2 {"operation":"get","subscriptions":[]})"},
+      {"subscribe create --endpoint eid1 --events Corva.Endpoint.Feature.Power:Property.PowerState.Change,bad,ns:a:b", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"},{"namespace":"ns","name":"a:b"}]}]})"},
+      {"subscribe delete --endpoint eid1 --events :x", R"(A2 {"operation":"delete","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"","name":"x"}]}]})"},
+      {"subscribe", "", 1, help},
+      {"subscribe --help", "", 0, help},
+      {"subscribe Create", "", 1, "", "invalid_argument: Unknown subscribe action: Create"},
+      {"subscribe create", "", 1, "", "missing_argument: --endpoint is required"},
+      {"subscribe delete --endpoint e1", "", 1, "", "missing_argument: --events is required"},
+      {"subscribe create --endpoint e1 --events nocolon,,", "", 1, "", "invalid_argument: Invalid --events format. Use ns1:name1,ns2:name2"},
+      {"--timeout 0 subscribe list", nullptr, 2, "", "request_failed: Failed to send subscribe list request", "--no-response"},
+      {"--timeout 0 subscribe delete --endpoint e --events a:b", nullptr, 2, "", "request_failed: Failed to send subscribe delete request", "--no-response"},
+  });
+}
+
+TEST(OneShot, SubscribeListen) {
+  run({
+      // Only state changes (21) are printed, raw; each event is taken before the next replaces it.
+      {"subscribe listen --create eid1:ns:n --timeout 3",
+       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0,
+       "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}",
+       R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
+      // A zero or negative listening time ends after the confirmations; --sync because the
+      // listening time is also the response timeout.
+      {"--sync subscribe listen --create e1:ns:a:b --timeout 0",
+       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0,
+       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
+      {"--sync subscribe listen --timeout -5 --create e1:n1:x --create e2:n2:y",
+       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"n1","name":"x"}]}]})" "\n"
+       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e2"}},"eventTypes":[{"namespace":"n2","name":"y"}]}]})", 0,
+       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\n{\"subscription_created\":\"e2\",\"responseCode\":200}"},
+      // The first subscription stays when a later value is malformed.
+      {"subscribe listen --create e1:ns:n --create bad --timeout 2",
+       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1,
+       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
+      {"subscribe listen --timeout 5 --create", "", 1, "", "missing_argument: --create is required for subscribe listen"},
+      {"subscribe listen --create e:n:x", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
+      {"subscribe listen --create e:n:x --timeout", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
+      // Read once as the response timeout and once as the listening time.
+      {"subscribe listen --create e:n:x --timeout abc", "", 1, "<WARN><WARN>", "invalid_argument: Invalid timeout value: abc"},
+      {"subscribe listen --create e::n --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: e::n. Use entityId:namespace:eventName"},
+      {"subscribe listen --create e:ns --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: e:ns. Use entityId:namespace:eventName"},
+      {"subscribe listen --create :ns:n --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: :ns:n. Use entityId:namespace:eventName"},
+      {"subscribe listen --create e:ns: --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: e:ns:. Use entityId:namespace:eventName"},
+      // The value after a --create is never skipped, so the second one is read as a value.
+      {"subscribe listen --create --create e:n:x --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: --create. Use entityId:namespace:eventName"},
+      // The listening time also bounds each confirmation: 0 s is too short here.
+      {"subscribe listen --create e:ns:n --create f:ns:n --timeout 0", nullptr, 2, "",
+       "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
+  });
+}
+
+TEST(OneShot, ListenEndsByBrokenPipeWhenItsReaderGoes) {
+  // Several events, so that one is written after head has left.
+  orntest::Ornsim sim(splitArgs("--respond 201:{} --emit 21:200:{} --emit 21:700:{} --emit 21:1200:{} --emit 21:1700:{}"));
   ASSERT_TRUE(sim.ok()) << sim.error();
-  static const SentCase kCases[] = {
-      {{"--sync", "devices"}, 1, kDevicesPayload},
-      {{"devices", "--sync"}, 1, kDevicesPayload},
-      {{"--help", "devices"}, 1, kDevicesPayload},
-      {{"-x", "devices"}, 1, kDevicesPayload},
-      {{"--timeout", "5", "--connect-timeout", "5", "devices"}, 1, kDevicesPayload},
-      {{"--sync", "--timeout", "0", "subscribe", "list"},
-       2,
-       R"({"operation":"get","subscriptions":[]})"},
-  };
-  expectSent(sim, kCases, sizeof(kCases) / sizeof(kCases[0]));
+  const char* script = "{ \"$1\" subscribe listen --create e:ns:n --timeout 5 2>/dev/null; echo \"status $?\" >&2; } | head -n 1";
+  const orntest::RunResult r = orntest::runProcess("/bin/sh", {"-c", script, "sh", orntest::orncliPath()}, orntest::clientEnv(sim.socketPath()));
+  EXPECT_EQ("{\"eventType\":21,\"payload\":{}}\n", r.out);
+  // The default disposition of SIGPIPE ends the listener (128 + 13), as with any tool.
+  EXPECT_EQ("status 141\n", r.err);
 }
-
-TEST(OneShot, ResponseIsPrintedRawWhateverItsCode) {
-  static const struct {
-    const char* respond;
-    int code;
-    const char* data;
-  } kCases[] = {
-      {"200:", 200, R"("")"},
-      {R"(404:{"error":"no such endpoint"})", 404, R"({"error":"no such endpoint"})"},
-      {"500:not json: at all", 500, "not json: at all"},
-  };
-  for (const auto& c : kCases) {
-    Ornsim sim({"--respond", c.respond});
-    ASSERT_TRUE(sim.ok()) << sim.error();
-    const orntest::RunResult run = runOrncli(sim.socketPath(), {"devices"});
-    const std::vector<RecordedRequest> requests = recorded(sim);
-    ASSERT_FALSE(requests.empty()) << c.respond;
-    EXPECT_EQ(0, run.exitCode) << c.respond;
-    EXPECT_EQ("", run.err) << c.respond;
-    EXPECT_EQ(responseLine(requests.back().requestId, c.code, c.data), run.out) << c.respond;
-  }
-}
-
-struct OutputCase {
-  std::vector<std::string> args;
-  int exitCode;
-  std::string out;
-  std::string err;
-};
-
-void expectOutput(const std::string& socketPath, const std::vector<OutputCase>& cases) {
-  for (const OutputCase& c : cases) {
-    const orntest::RunResult run = runOrncli(socketPath, c.args);
-    EXPECT_EQ(c.exitCode, run.exitCode) << joinArgs(c.args);
-    EXPECT_EQ(c.out, run.out) << joinArgs(c.args);
-    EXPECT_EQ(c.err, run.err) << joinArgs(c.args);
-  }
-}
-
-TEST(OneShot, UsageWithoutConnecting) {
-  // Nothing listens here: any attempt to connect would end in connection_timeout.
-  orntest::TempDir nowhere;
-  const std::string socketPath = nowhere.file("none.sock");
-  const orntest::RunResult help = runOrncli(socketPath, {"--help"});
-  EXPECT_EQ(0, help.exitCode);
-  EXPECT_EQ("", help.err);
-  const std::string& usage = help.out;
-  EXPECT_EQ(0u, usage.find("ORNCLI - Ornwick Command Line Interface\n\nUSAGE:\n"));
-  const std::string tail =
-      "\n  Subscribe listen:  One JSON object per line on stdout for each event\n"
-      "    {\"eventType\":N,\"payload\":\"...\"}\n\n";
-  ASSERT_GE(usage.size(), tail.size());
-  EXPECT_EQ(tail, usage.substr(usage.size() - tail.size()));
-  EXPECT_EQ(std::string::npos, usage.find(" \n")) << "no line has trailing blanks";
-  EXPECT_EQ(std::string::npos, usage.find("\n\n\n"));
-  EXPECT_NE(std::string::npos,
-            usage.find("    {\"error\":\"response_timeout\",\"message\":\"No response received "
-                       "within Ns\"}\n"));
-  EXPECT_NE(std::string::npos,
-            usage.find("  --connect-timeout <sec> QIPC connection + registration timeout, "
-                       "default 10\n"));
-  expectOutput(socketPath, {
-                               {{"--sync"}, 1, usage, ""},
-                               {{"--timeout", "5"}, 1, usage, ""},
-                               {{"--timeout"}, 1, usage, ""},
-                               {{"--sync", "--connect-timeout"}, 1, usage, ""},
-                               {{"-x", "--help", "--", "-"}, 1, usage, ""},
-                               // "devices" is taken as the timeout's value, and warned about.
-                               {{"--timeout", "devices"}, 1, clitest::kStoiWarning + usage, ""},
-                           });
-}
-
-std::string timedOut(const std::string& seconds) {
-  return errorLine("connection_timeout", "QIPC registration timed out after " + seconds + "s");
-}
-
-TEST(OneShot, NoServiceTimesOutBeforeTheSubcommandIsRead) {
-  orntest::TempDir nowhere;
-  expectOutput(nowhere.file("none.sock"),
-               {
-                   {{"--connect-timeout", "1", "devices"}, 2, "", timedOut("1")},
-                   {{"--connect-timeout", "1", "bogus"}, 2, "", timedOut("1")},
-                   {{"devices", "--help", "--connect-timeout", "1"}, 2, "", timedOut("1")},
-                   {{"--connect-timeout", "1", ""}, 2, "", timedOut("1")},
-                   {{"--connect-timeout", "0", "--sync", "power"}, 2, "", timedOut("0")},
-                   {{"--connect-timeout", "-3", "state"}, 2, "", timedOut("-3")},
-               });
-}
-
-TEST(OneShot, UnregisteredClientTimesOut) {
-  Ornsim sim({"--no-register"});
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  expectOutput(sim.socketPath(), {{{"--connect-timeout", "1", "devices"}, 2, "", timedOut("1")}});
-  EXPECT_TRUE(sim.recordedRequests().empty());
-}
-
-TEST(OneShot, HelpAndArgumentErrorsAfterConnecting) {
-  Ornsim sim;
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  const std::string powerUsage =
-      "Usage: orncli power <turnOn|turnOff|get> [options]\n"
-      "  --endpoints <id1,id2>  (turnOn/turnOff)\n"
-      "  --endpoint <id>        (get)\n";
-  const std::string colorUsage =
-      "Usage: orncli color set [options]\n"
-      "  --endpoints <id1,id2>\n"
-      "  --hue <0-360>\n"
-      "  --saturation <0.0-1.0>\n"
-      "  --brightness <0.0-1.0>\n";
-  const std::string stateUsage =
-      "Usage: orncli state <get|report> [options]\n"
-      "  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n"
-      "  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
-  const std::string subscribeUsage =
-      "Usage: orncli subscribe <create|delete|list|listen> [options]\n"
-      "  create/delete:\n"
-      "    --endpoint <entityId>       Endpoint entity ID\n"
-      "    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n"
-      "  list: (no additional options)\n"
-      "  listen:\n"
-      "    --create <eid:ns:name>      Create subscription and listen (repeatable)\n"
-      "    --timeout <seconds>         Listen timeout (required)\n";
-  const auto missing = [](const std::string& message) {
-    return errorLine("missing_argument", message);
-  };
-  const auto invalid = [](const std::string& message) {
-    return errorLine("invalid_argument", message);
-  };
-  expectOutput(
-      sim.socketPath(),
-      {
-          {{"bogus"},
-           1,
-           "",
-           errorLine("unknown_command", "Unknown subcommand: bogus. Run orncli --help for usage.")},
-          {{""},
-           1,
-           "",
-           errorLine("unknown_command", "Unknown subcommand: . Run orncli --help for usage.")},
-          {{"devices", "--help"},
-           0,
-           "Usage: orncli devices\n  List reachable devices from local cache.\n",
-           ""},
-          {{"power"}, 1, powerUsage, ""},
-          {{"power", "turnOn", "--help"}, 0, powerUsage, ""},
-          {{"power", "TurnOn", "--endpoints", "e1"},
-           1,
-           "",
-           invalid("Unknown power action: TurnOn. Use turnOn, turnOff, or get")},
-          {{"power", "get", "--endpoints", "e1"},
-           1,
-           "",
-           missing("--endpoint is required for power get")},
-          {{"power", "turnOn", "--endpoint", "e1"},
-           1,
-           "",
-           missing("--endpoints is required for power turnOn")},
-          {{"power", "turnOff", "--endpoints", ""},
-           1,
-           "",
-           missing("--endpoints is required for power turnOff")},
-          {{"brightness"},
-           1,
-           "Usage: orncli brightness <set|adjust|get> [options]\n"
-           "  --endpoints <id1,id2>  (set/adjust)\n"
-           "  --endpoint <id>        (get)\n"
-           "  --value <0-100>        (set)\n"
-           "  --delta <-100 to 100>  (adjust)\n",
-           ""},
-          {{"brightness", "dim"}, 1, "", invalid("Unknown brightness action: dim")},
-          {{"brightness", "get"}, 1, "", missing("--endpoint is required for brightness get")},
-          {{"brightness", "set", "--value", "x"},
-           1,
-           "",
-           missing("--endpoints is required for brightness set")},
-          {{"brightness", "set", "--endpoints", "e1", "--delta", "5"},
-           1,
-           "",
-           missing("--value is required for brightness set")},
-          {{"brightness", "adjust", "--endpoints", "e1", "--value", "5"},
-           1,
-           "",
-           missing("--delta is required for brightness adjust")},
-          {{"brightness", "set", "--endpoints", "e1", "--value", "4O"},
-           1,
-           clitest::kStoiWarning,
-           invalid("Invalid brightness value: 4O")},
-          {{"brightness", "set", "--endpoints", "e1", "--value", "  "},
-           1,
-           "",
-           invalid("Invalid brightness value:   ")},
-          {{"brightness", "adjust", "--endpoints", "e1", "--delta", "-1.5"},
-           1,
-           clitest::kStoiWarning,
-           invalid("Invalid brightness delta: -1.5")},
-          {{"color"}, 1, colorUsage, ""},
-          {{"color", "set", "--help"}, 0, colorUsage, ""},
-          {{"color", "SET"}, 1, "", invalid("Unknown color action: SET. Use set")},
-          {{"color", "set", "--brightness", "1"}, 1, "", missing("--endpoints is required")},
-          {{"color", "set", "--endpoints", "e1"}, 1, "", missing("--hue is required")},
-          {{"color", "set", "--endpoints", "e1", "--hue", "1"},
-           1,
-           "",
-           missing("--saturation is required")},
-          {{"color", "set", "--endpoints", "e1", "--hue", "1", "--saturation", "1"},
-           1,
-           "",
-           missing("--brightness is required")},
-          {{"colortemp"},
-           1,
-           "Usage: orncli colortemp set [options]\n  --endpoints <id1,id2>\n  --kelvin "
-           "<1000-10000>\n",
-           ""},
-          {{"colortemp", "get"}, 1, "", invalid("Unknown colortemp action: get. Use set")},
-          {{"colortemp", "set", "--kelvin", "3000"}, 1, "", missing("--endpoints is required")},
-          {{"colortemp", "set", "--endpoints", "e1", "--kelvin", ""},
-           1,
-           "",
-           missing("--kelvin is required")},
-          {{"colortemp", "set", "--endpoints", "e1", "--kelvin", "3500x"},
-           1,
-           clitest::kStoiWarning,
-           invalid("Invalid kelvin value: 3500x")},
-          {{"state"}, 1, stateUsage, ""},
-          {{"state", "report", "--help"}, 0, stateUsage, ""},
-          {{"state", "GET"}, 1, "", invalid("Unknown state action: GET. Use get or report")},
-          {{"state", "get"}, 1, "", missing("--endpoint is required for state get")},
-          {{"state", "get", "--endpoint", "e1"},
-           1,
-           "",
-           missing("--feature is required for state get")},
-          {{"state", "report"}, 1, "", missing("--entity is required for state report")},
-          {{"state", "report", "--entity", "a"},
-           1,
-           "",
-           missing("--endpoint is required for state report")},
-          {{"state", "report", "--entity", "a", "--endpoint", "b"},
-           1,
-           "",
-           missing("--friendly-name is required for state report")},
-          {{"dfi"}, 1, "", missing("--entity is required")},
-          {{"dfi", "--help"},
-           0,
-           "Usage: orncli dfi [options]\n"
-           "  --entity <id>       Entity ID (required)\n"
-           "  --endpoint <id>     Endpoint ID (required)\n"
-           "  --namespace <ns>    DFI namespace (required)\n"
-           "  --name <directive>  Directive name (required)\n"
-           "  --payload <json>    JSON payload (optional)\n",
-           ""},
-          {{"dfi", "--entity", "a"}, 1, "", missing("--endpoint is required")},
-          {{"dfi", "--entity", "a", "--endpoint", "b"}, 1, "", missing("--namespace is required")},
-          {{"dfi", "--entity", "a", "--endpoint", "b", "--namespace", "c"},
-           1,
-           "",
-           missing("--name is required")},
-          {{"qfi"}, 1, "", missing("--path is required")},
-          {{"qfi", "--help"},
-           0,
-           "Usage: orncli qfi [options]\n"
-           "  --path <path>       QFI path (required)\n"
-           "  --method <GET|POST> HTTP method (required)\n"
-           "  --body <json>       Request body for POST (optional)\n",
-           ""},
-          {{"qfi", "--path", "/v2/endpoints"}, 1, "", missing("--method is required")},
-          {{"subscribe"}, 1, subscribeUsage, ""},
-          {{"subscribe", "list", "--help"}, 0, subscribeUsage, ""},
-          {{"subscribe", "Create"}, 1, "", invalid("Unknown subscribe action: Create")},
-          {{"subscribe", "create"}, 1, "", missing("--endpoint is required")},
-          {{"subscribe", "delete", "--endpoint", "e1"}, 1, "", missing("--events is required")},
-          {{"subscribe", "create", "--endpoint", "e1", "--events", "nocolon,,"},
-           1,
-           "",
-           invalid("Invalid --events format. Use ns1:name1,ns2:name2")},
-      });
-  EXPECT_TRUE(sim.recordedRequests().empty()) << "no case may send a request";
-}
-
-TEST(OneShot, MissingResponseIsRequestFailed) {
-  Ornsim sim({"--no-response"});
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  const auto failed = [](const std::string& message) {
-    return errorLine("request_failed", message);
-  };
-  // A zero response timeout gives up as soon as the request is handed over.
-  expectOutput(sim.socketPath(),
-               {
-                   {{"--timeout", "1", "devices"}, 2, "", failed("Failed to send devices request")},
-                   {{"--timeout", "0", "power", "get", "--endpoint", "e"},
-                    2,
-                    "",
-                    failed("Failed to send power get request")},
-                   {{"--timeout", "0", "power", "turnOff", "--endpoints", "e"},
-                    2,
-                    "",
-                    failed("Failed to send power turnOff request")},
-                   {{"--timeout", "0", "brightness", "get", "--endpoint", "e"},
-                    2,
-                    "",
-                    failed("Failed to send brightness get request")},
-                   {{"--timeout", "0", "brightness", "adjust", "--endpoints", "e", "--delta", "1"},
-                    2,
-                    "",
-                    failed("Failed to send brightness adjust request")},
-                   {{"--timeout", "0", "color", "set", "--endpoints", "e", "--hue", "1",
-                     "--saturation", "1", "--brightness", "1"},
-                    2,
-                    "",
-                    failed("Failed to send color set request")},
-                   {{"--timeout", "0", "colortemp", "set", "--endpoints", "e", "--kelvin", "2000"},
-                    2,
-                    "",
-                    failed("Failed to send colortemp set request")},
-                   {{"--timeout", "0", "state", "get", "--endpoint", "e", "--feature", "power"},
-                    2,
-                    "",
-                    failed("Failed to send state get request")},
-                   {{"--timeout", "0", "state", "report", "--entity", "a", "--endpoint", "b",
-                     "--friendly-name", "c"},
-                    2,
-                    "",
-                    failed("Failed to send state report request")},
-                   {{"--timeout", "0", "dfi", "--entity", "a", "--endpoint", "b", "--namespace",
-                     "c", "--name", "d"},
-                    2,
-                    "",
-                    failed("Failed to send DFI request")},
-                   {{"--timeout", "0", "qfi", "--path", "/x", "--method", "POST"},
-                    2,
-                    "",
-                    failed("Failed to send QFI request")},
-                   {{"--timeout", "0", "subscribe", "list"},
-                    2,
-                    "",
-                    failed("Failed to send subscribe list request")},
-                   {{"--timeout", "0", "subscribe", "delete", "--endpoint", "e", "--events", "a:b"},
-                    2,
-                    "",
-                    failed("Failed to send subscribe delete request")},
-               });
-}
-
-TEST(OneShot, BadTimeoutValuesWarnAndKeepTheDefault) {
-  Ornsim sim({"--respond", "200:{}"});
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  static const std::vector<std::string> kArgs[] = {
-      {"--timeout", "abc", "devices"},
-      {"--connect-timeout", "1s", "devices"},
-  };
-  for (const auto& args : kArgs) {
-    const orntest::RunResult run = runOrncli(sim.socketPath(), args);
-    const std::vector<RecordedRequest> requests = recorded(sim);
-    ASSERT_FALSE(requests.empty()) << joinArgs(args);
-    EXPECT_EQ(0, run.exitCode) << joinArgs(args);
-    EXPECT_EQ(
-        std::string(clitest::kStoiWarning) + responseLine(requests.back().requestId, 200, "{}"),
-        run.out)
-        << joinArgs(args);
-  }
-}
+// clang-format on
 
 }  // namespace

@@ -2,6 +2,7 @@
 // I/O thread.
 #include "ORNClient.h"
 
+#include <android/log.h>
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
@@ -12,13 +13,16 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <random>
 #include <set>
 #include <thread>
 
+#include "BoundedParse.h"
 #include "Frame.h"
 #include "Message.h"
 #include "Socket.h"
@@ -33,6 +37,13 @@ using qipc::MessageKind;
 
 constexpr std::chrono::milliseconds kFirstBackoff{10};
 constexpr std::chrono::milliseconds kMaxBackoff{250};
+// A connection that ends sooner, unregistered, counts as a failed attempt: the
+// back-off goes on growing instead of starting again from kFirstBackoff.
+constexpr std::chrono::seconds kLastingConnection{2};
+// Bytes read per wake-up at most, so that under a flood of events the queued
+// writes and a stop request still get their turn.
+constexpr size_t kMaxReadPerWake = 64u << 10;
+constexpr char kLogTag[] = "ORNConnector";
 // Requests queued but not yet written; beyond this the service is not reading
 // and we refuse.
 constexpr size_t kMaxOutbox = 16u << 20;
@@ -45,6 +56,32 @@ struct SyncWait {
   bool done = false;
   std::shared_ptr<api::ORNResponse> response;
 };
+
+// Only a connection-status event whose payload says so counts: the service may
+// send other statuses on the same event type.
+bool reportsConnected(const std::string& payload) {
+  rapidjson::Document doc;
+  if (zedLocalUtil::jsonUtil::boundedParse(&doc, payload.data(), payload.size()).IsError() ||
+      !doc.IsObject())
+    return false;
+  auto status = doc.FindMember("status");
+  return status != doc.MemberEnd() && status->value.IsString() &&
+         std::string(status->value.GetString(), status->value.GetStringLength()) == "CONNECTED";
+}
+
+const char* kindName(MessageKind kind) {
+  switch (kind) {
+    case MessageKind::kEvent:
+      return "event";
+    case MessageKind::kRegister:
+      return "register";
+    case MessageKind::kRequest:
+      return "request";
+    case MessageKind::kResponse:
+      return "response";
+  }
+  return "?";
+}
 
 }  // namespace
 
@@ -69,10 +106,15 @@ class ORNClient::Impl {
   // Waits up to `timeout` for a wake-up; returns false when stopping.
   bool pause(std::chrono::milliseconds timeout);
   void onConnected(int fd);
-  void closeConnection();
-  bool readAvailable();
+  // Tells why in the debug trace; `lost` is the system error or a protocol
+  // error, empty when the service closed.
+  void closeConnection(const std::string& lost);
+  // A service that is there but not trusted: logged once per reason.
+  void refuse(const std::string& why);
+  void trace(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  bool readAvailable(std::string* lost);
   bool writeAvailable();
-  bool dispatch(const std::string& body);
+  bool dispatch(const std::string& body, std::string* err);
   // Appends a message to the outbox. REQUIRES: mu_ held.
   bool enqueueLocked(const Message& m);
   void wake();
@@ -82,6 +124,12 @@ class ORNClient::Impl {
   ConnectorType type_ = ConnectorType::kUnknown;
   std::string name_;
   std::string path_;
+  // Only the default path must sit in an owner-only folder; a path the user
+  // names may be in a sticky shared one.
+  bool ownerOnly_ = true;
+  uid_t serviceUid_ = qipc::kNoUid;
+  // ORN_QIPC_DEBUG=1: a trace of the connection on stderr.
+  bool debug_ = false;
   int wakeFd_ = -1;
   std::thread io_;
 
@@ -89,6 +137,11 @@ class ORNClient::Impl {
   int fd_ = -1;
   qipc::FrameDecoder decoder_;
   bool registerSent_ = false;
+  // The service registered us on this connection: after it, the back-off
+  // starts again.
+  bool registered_ = false;
+  Clock::time_point connectedAt_;
+  std::string lastRefusal_;
 
   std::mutex mu_;
   std::condition_variable syncCv_;
@@ -113,6 +166,11 @@ bool ORNClient::Impl::start(std::shared_ptr<IORNEventHandler> handler, Connector
   type_ = type;
   name_ = name;
   path_ = qipc::socketPath();
+  ownerOnly_ = path_ == qipc::defaultSocketPath();
+  serviceUid_ = qipc::configuredServiceUid();
+  const char* debug = std::getenv("ORN_QIPC_DEBUG");
+  debug_ = debug != nullptr && std::string(debug) == "1";
+  trace("socket %s", path_.c_str());
   wakeFd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (wakeFd_ < 0)
     return false;
@@ -173,14 +231,20 @@ void ORNClient::Impl::run() {
     }
     if (fd_ < 0) {
       std::string err;
-      int fd = qipc::connectUnix(path_, &err);
-      if (fd < 0) {
+      int fd = -1;
+      const qipc::ServiceCheck check =
+          qipc::connectService(path_, ownerOnly_, serviceUid_, &fd, &err);
+      if (check != qipc::ServiceCheck::kOk) {
+        // A refused service is treated like none: keep retrying.
+        if (check == qipc::ServiceCheck::kRefused)
+          refuse(err);
+        trace("%s; retrying in %lld ms", err.c_str(), static_cast<long long>(backoff.count()));
         if (!pause(backoff))
           break;
         backoff = std::min(backoff * 2, kMaxBackoff);
         continue;
       }
-      backoff = kFirstBackoff;
+      lastRefusal_.clear();
       onConnected(fd);
     }
     bool wantWrite;
@@ -200,33 +264,63 @@ void ORNClient::Impl::run() {
       ssize_t n = read(wakeFd_, &drained, sizeof(drained));
       (void)n;
     }
+    // Both directions get their turn on every wake-up, each bounded.
     bool alive = true;
+    std::string lost;
     if (fds[1].revents & (POLLIN | POLLHUP | POLLERR))
-      alive = readAvailable();
+      alive = readAvailable(&lost);
     if (alive && (fds[1].revents & POLLOUT))
       alive = writeAvailable();
     if (!alive) {
-      closeConnection();
+      if (registered_ || Clock::now() - connectedAt_ >= kLastingConnection)
+        backoff = kFirstBackoff;
+      closeConnection(lost);
+      trace("retrying in %lld ms", static_cast<long long>(backoff.count()));
       if (!pause(backoff))
         break;
+      backoff = std::min(backoff * 2, kMaxBackoff);
     }
   }
   if (fd_ >= 0)
-    closeConnection();
+    closeConnection("");
+}
+
+void ORNClient::Impl::refuse(const std::string& why) {
+  if (why == lastRefusal_)
+    return;
+  lastRefusal_ = why;
+  __android_log_print(ANDROID_LOG_WARN, kLogTag, "Refused the service at %s: %s", path_.c_str(),
+                      why.c_str());
+}
+
+void ORNClient::Impl::trace(const char* format, ...) {
+  if (!debug_)
+    return;
+  char line[512];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(line, sizeof(line), format, args);
+  va_end(args);
+  // One call per line, so lines from two threads do not mix.
+  fprintf(stderr, "ornqipc: %s\n", line);
 }
 
 void ORNClient::Impl::onConnected(int fd) {
   fd_ = fd;
   decoder_ = qipc::FrameDecoder();
   registerSent_ = false;
+  registered_ = false;
+  connectedAt_ = Clock::now();
+  trace("connected to %s", path_.c_str());
   std::lock_guard<std::mutex> lock(mu_);
   connected_ = true;
   outbox_.clear();
 }
 
-void ORNClient::Impl::closeConnection() {
+void ORNClient::Impl::closeConnection(const std::string& lost) {
   close(fd_);
   fd_ = -1;
+  trace("disconnected: %s", lost.empty() ? "closed" : lost.c_str());
   {
     std::lock_guard<std::mutex> lock(mu_);
     connected_ = false;
@@ -246,29 +340,34 @@ void ORNClient::Impl::closeConnection() {
     deliverEvent(api::kServerDisconnected, "{\"status\":\"DISCONNECTED\"}");
 }
 
-bool ORNClient::Impl::readAvailable() {
+bool ORNClient::Impl::readAvailable(std::string* lost) {
   char buf[16384];
-  for (;;) {
+  for (size_t total = 0; total < kMaxReadPerWake;) {
     ssize_t n = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
     if (n == 0)
       return false;
     if (n < 0) {
       if (errno == EINTR)
         continue;
-      return errno == EAGAIN || errno == EWOULDBLOCK;
+      if (errno == EAGAIN || errno == EWOULDBLOCK)
+        return true;
+      *lost = std::string("recv: ") + strerror(errno);
+      return false;
     }
+    total += static_cast<size_t>(n);
     decoder_.feed(buf, static_cast<size_t>(n));
-    std::string body, err;
+    std::string body;
     for (;;) {
-      auto status = decoder_.next(&body, &err);
+      auto status = decoder_.next(&body, lost);
       if (status == qipc::FrameDecoder::Status::kNeedMore)
         break;
-      if (status == qipc::FrameDecoder::Status::kError || !dispatch(body))
+      if (status == qipc::FrameDecoder::Status::kError || !dispatch(body, lost))
         return false;
     }
     if (static_cast<size_t>(n) < sizeof(buf))
       return true;
   }
+  return true;  // the rest waits for the next wake-up
 }
 
 bool ORNClient::Impl::writeAvailable() {
@@ -285,14 +384,19 @@ bool ORNClient::Impl::writeAvailable() {
   return true;
 }
 
-bool ORNClient::Impl::dispatch(const std::string& body) {
+bool ORNClient::Impl::dispatch(const std::string& body, std::string* err) {
   Message m;
-  std::string err;
-  if (!qipc::decodeMessage(body, &m, &err))
+  if (!qipc::decodeMessage(body, &m, err))
     return false;
+  if (m.kind == MessageKind::kResponse)
+    trace("recv response %d (%zu bytes)", m.code, body.size());
+  else
+    trace("recv %s %d (%zu bytes)", kindName(m.kind), m.type, body.size());
   switch (m.kind) {
     case MessageKind::kEvent:
-      if (m.type == api::kServerConnectionStatus && !registerSent_) {
+      if (m.type == api::kClientRegistered)
+        registered_ = true;
+      if (m.type == api::kServerConnectionStatus && !registerSent_ && reportsConnected(m.text)) {
         Message reg;
         reg.kind = MessageKind::kRegister;
         reg.type = static_cast<int>(type_);
@@ -335,6 +439,7 @@ bool ORNClient::Impl::dispatch(const std::string& body) {
     case MessageKind::kRequest:
       break;
   }
+  *err = std::string("the service sent a ") + kindName(m.kind) + " message";
   return false;  // the service never sends client messages
 }
 
@@ -354,6 +459,7 @@ bool ORNClient::Impl::enqueueLocked(const Message& m) {
   if (!qipc::encodeFrame(qipc::encodeMessage(m), &frame) ||
       outbox_.size() + frame.size() > kMaxOutbox)
     return false;
+  trace("send %s (%zu bytes)", kindName(m.kind), frame.size() - 4);
   outbox_ += frame;
   wake();
   return true;

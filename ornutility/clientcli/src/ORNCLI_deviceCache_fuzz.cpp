@@ -1,9 +1,4 @@
-// libFuzzer target: arbitrary bytes as the service's device list, as the
-// interactive dialogues read it.
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
+// libFuzzer target: arbitrary bytes as the service's device list, as the dialogues read it.
 #include "ORNCLI.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -5,8 +5,7 @@
 
 #include "ORNCLI.h"
 
-namespace ornwick {
-namespace ornUtility {
+namespace ornwick::ornUtility {
 namespace {
 
 // One device as "entityId|endpointId|iface,iface;", so a table row fits on a
@@ -56,5 +55,4 @@ TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
 }
 
 }  // namespace
-}  // namespace ornUtility
-}  // namespace ornwick
+}  // namespace ornwick::ornUtility

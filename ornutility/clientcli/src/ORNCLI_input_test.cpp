@@ -11,8 +11,7 @@
 
 #include "ORNCLI.h"
 
-namespace ornwick {
-namespace ornUtility {
+namespace ornwick::ornUtility {
 namespace {
 
 // Appends the terminal's output to *seen until it holds needle; false at the deadline or
@@ -62,5 +61,4 @@ TEST(LineReader, TypedLineAfterCtrlDAtTerminalIsTheNextAnswer) {
 }
 
 }  // namespace
-}  // namespace ornUtility
-}  // namespace ornwick
+}  // namespace ornwick::ornUtility
