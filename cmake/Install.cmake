@@ -3,8 +3,10 @@
 include(GNUInstallDirs)
 
 set(ORN_COMPLETION ${PROJECT_SOURCE_DIR}/ornutility/clientcli/completion/orncli_completion.sh)
-# Debian keeps liblog in a private folder: the installed orncli keeps its path to it.
-set_target_properties(orncli PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+# Debian keeps liblog in a private folder: the installed orncli keeps its path to it. The
+# build tree's orncli uses that same run path: CMake's own would end in an empty entry, the
+# current folder, which the loader searches for every library at each start.
+set_target_properties(orncli PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON BUILD_WITH_INSTALL_RPATH ON)
 install(TARGETS orncli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${ORN_COMPLETION} RENAME orncli
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
@@ -14,6 +16,11 @@ if(NOT ORN_PLATFORM_CONNECTOR)
   install(TARGETS ornsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   # The library is static: its transport goes along, and the .pc file names both.
   install(TARGETS ornconnector orn_qipc ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+    # Machine code beside the link-time IR, so the archives link without a compiler's LTO plugin.
+    target_compile_options(ornconnector PRIVATE -ffat-lto-objects)
+    target_compile_options(orn_qipc PRIVATE -ffat-lto-objects)
+  endif()
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/connector/client/include/
           DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ornconnector FILES_MATCHING PATTERN "*.h")
   install(FILES ${PROJECT_SOURCE_DIR}/connector/api/ORNRequest.h

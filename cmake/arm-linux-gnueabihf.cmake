@@ -10,5 +10,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-# Run cross-built binaries under user-mode emulation, with the multiarch armhf libraries.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
+# GCC's notes that 7.1 changed how some arguments are passed concern mixing objects from
+# older compilers, which this build never does.
+set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
+# Run cross-built binaries under user-mode emulation with the multiarch armhf libraries it
+# finds by itself: no -L at the cross compiler's own C library, whose copy differs from the
+# multiarch one the program loads and crashes it at its first thread.
+find_program(ORN_QEMU_ARM qemu-arm)
+if(ORN_QEMU_ARM)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${ORN_QEMU_ARM})
+endif()

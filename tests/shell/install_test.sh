@@ -13,9 +13,11 @@ for f in bin/orncli bin/ornsim "$libdir"/libornconnector.a "$libdir"/liborn_qipc
   share/bash-completion/completions/orncli share/zsh/site-functions/_orncli; do
   [ -f "$stage/$f" ] || fail "not installed: $f"
 done
-[ "$("$stage/bin/orncli" --help | head -n 1)" = "ORNCLI - Ornwick Command Line Interface" ] ||
+# A cross build runs what it built under the emulator (ORN_EMULATOR, empty on the host).
+run=${ORN_EMULATOR:-}
+[ "$($run "$stage/bin/orncli" --help | head -n 1)" = "ORNCLI - Ornwick Command Line Interface" ] ||
   fail "installed orncli --help"
-"$stage/bin/ornsim" --help > /dev/null || fail "installed ornsim --help"
+$run "$stage/bin/ornsim" --help > /dev/null || fail "installed ornsim --help"
 
 # The headers and archives are complete: a client builds from them through pkg-config alone.
 cat > "$work/client.cpp" << 'CPP'
@@ -25,7 +27,7 @@ CPP
 # shellcheck disable=SC2046,SC2086
 PKG_CONFIG_PATH=$stage/$libdir/pkgconfig "$cxx" $flags -std=c++17 "$work/client.cpp" \
   $(PKG_CONFIG_PATH=$stage/$libdir/pkgconfig pkg-config --cflags --libs ornconnector) \
-  -o "$work/client" && "$work/client" || fail "a client of the installed library"
+  -o "$work/client" && $run "$work/client" || fail "a client of the installed library"
 
 [ "$failures" -eq 0 ] && echo "install: all files in place, a client builds against them"
 exit $((failures > 0))

@@ -4,7 +4,8 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
+
+#include "ORNCLIInternal.h"
 
 namespace ornwick {
 namespace ornUtility {
@@ -84,7 +85,7 @@ bool safeStoi(const std::string& input, int& out, int def) {
   char* end = nullptr;
   long value = std::strtol(trimmed.c_str(), &end, 10);
   if (end != trimmed.c_str() + trimmed.size()) {
-    std::cout << "Warning: Invalid characters in input, using default value" << std::endl;
+    writeLine("Warning: Invalid characters in input, using default value");
     out = def;
     return false;
   }

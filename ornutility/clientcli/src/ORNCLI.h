@@ -38,11 +38,6 @@ struct CachedDevice {
 std::vector<CachedDevice> parseLocalDevices(const std::string& json);
 void displayDeviceList(const std::vector<CachedDevice>& devices);
 
-// ORNCLI_qfiPrompts.cpp: asks for a group id or a list of endpoint ids and sets
-// "groupId" or "batch" on the body.
-void promptBatchEndpointsOrGroup(zedLocalUtil::jsonUtil::JsonDocBuilder& doc,
-                                 const std::function<std::string(const std::string&)>& nextArg);
-
 class ORNCLI {
  public:
   ORNCLI();

@@ -37,9 +37,13 @@ constexpr ornConnector::ConnectorType kConnectorType = static_cast<ornConnector:
 constexpr const char* kOneShotClientName = "ORNCLI-cmd";
 constexpr const char* kInteractiveClientName = "ORNCLI";
 
-// Writes text and a newline to stdout in one piece and flushes, so that output
-// printed meanwhile by the connector's threads cannot land inside the line
-// (ORNCLI_input.cpp).
+// Write text to stdout (stderr) in one piece and flush, so that output printed
+// meanwhile by the connector's threads cannot land inside it. Plain stdio rather
+// than iostreams: the streams' locale set-up alone costs a one-shot run half a
+// MiB of touched pages (ORNCLI_input.cpp).
+void writeOut(const std::string& text);
+void writeErr(const std::string& text);
+// writeOut of text and a newline.
 void writeLine(const std::string& text);
 
 // The RequestPayload text of the reachable-devices query, as the devices

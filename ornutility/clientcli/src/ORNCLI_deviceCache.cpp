@@ -4,7 +4,6 @@
 
 #include <rapidjson/document.h>
 
-#include <iostream>
 
 #include "BoundedParse.h"
 #include "ORNCLIInternal.h"
@@ -105,7 +104,7 @@ void displayDeviceList(const std::vector<CachedDevice>& devices) {
     text += "\n";
   }
   text += "-------------------------------\n";
-  std::cout << text << std::flush;
+  writeOut(text);
 }
 
 std::vector<CachedDevice> ORNCLI::fetchLocalDevices() {

@@ -3,7 +3,6 @@
 #include "ORNCLI.h"
 
 #include <algorithm>
-#include <iostream>
 
 #include "ArgHelpers.h"
 #include "ORNCLIInternal.h"

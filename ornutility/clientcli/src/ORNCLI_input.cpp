@@ -2,7 +2,6 @@
 #include "ORNCLI.h"
 
 #include <cstdio>
-#include <iostream>
 
 #include "ORNCLIInternal.h"
 
@@ -11,30 +10,38 @@ namespace ornUtility {
 
 namespace {
 
-constexpr std::streamsize kDiscardLimit = 2147483647;
-
 // One line without its newline. A last line with no newline is returned as
 // read; a read that got nothing gives "" and leaves the stream usable for the
 // next prompt.
 std::string readLine(const std::string& prompt) {
-  std::cout << prompt << std::flush;
+  writeOut(prompt);
   std::string line;
-  if (!std::getline(std::cin, line)) {
-    std::cin.clear();
-    std::cin.ignore(kDiscardLimit, '\n');
+  int c = 0;
+  while ((c = std::getc(stdin)) != EOF && c != '\n') {
+    line.push_back(static_cast<char>(c));
+  }
+  if (c == EOF && line.empty()) {
     // glibc keeps stdin's end-of-file flag, so after Ctrl-D at a terminal every
     // later read would end at once; a pipe at its end simply ends again.
-    std::cin.clear();
     std::clearerr(stdin);
-    return std::string();
   }
   return line;
 }
 
 }  // namespace
 
+void writeOut(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+void writeErr(const std::string& text) {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
+}
+
 void writeLine(const std::string& text) {
-  std::cout << text + "\n" << std::flush;
+  writeOut(text + "\n");
 }
 
 std::string ORNCLI::nextOption(const std::string& prompt) {

@@ -1,7 +1,6 @@
 // ORNCLI: the interactive menu loop, its command map and the choice of payload.
 #include "ORNCLI.h"
 
-#include <iostream>
 #include <iterator>
 #include <string>
 
@@ -62,7 +61,7 @@ void ORNCLI::showUsage() const {
       menu += std::to_string(id) + " - " + it->second + "\n";
     }
   }
-  std::cout << menu << std::flush;
+  writeOut(menu);
 }
 
 void ORNCLI::run() {

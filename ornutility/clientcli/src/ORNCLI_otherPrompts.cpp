@@ -1,7 +1,6 @@
 // ORNCLI: the interactive state-query and subscription dialogues.
 #include "ORNCLI.h"
 
-#include <iostream>
 
 #include "ArgHelpers.h"
 #include "ORNCLIInternal.h"
@@ -21,7 +20,7 @@ namespace {
 // A count asked after label, so the reader's " : " follows on the same line.
 // An empty or bad answer counts 1, after invalidMessage.
 int promptCount(ORNCLI& cli, const char* label, const char* invalidMessage) {
-  std::cout << label << std::flush;
+  writeOut(label);
   int count = 1;
   if (!safeStoi(cli.nextArgRequired(""), count, 1)) {
     writeLine(invalidMessage);
@@ -59,7 +58,7 @@ void ORNCLI::promptStateQueryRequest(std::shared_ptr<ORNRequest> request) {
     // Deliberate: no trailing slash, unlike the other feature paths.
     qfi->path = "/v2/endpoints/" + endpoint + "/features/" + feature;
     qfi->method = QFIRequest::GET;
-    std::cout << "\nAdd latencyTolerance? (y/n): " << std::flush;
+    writeOut("\nAdd latencyTolerance? (y/n): ");
     const std::string add = nextArgRequired("");
     if (add == "y" || add == "Y") {
       writeLine("\nSelect latencyTolerance:\n1. HIGH\n2. LOW");

@@ -1,8 +1,6 @@
 // ORNCLI: the one-line JSON results of one-shot mode, written by plain concatenation.
 #include "ORNCLI.h"
 
-#include <iostream>
-
 #include "ORNCLIInternal.h"
 
 namespace ornwick {
@@ -10,7 +8,7 @@ namespace ornUtility {
 
 // Deliberate: nothing is escaped, so the bytes stay predictable.
 int ORNCLI::printError(const std::string& error, const std::string& message, int code) {
-  std::cerr << "{\"error\":\"" << error << "\",\"message\":\"" << message << "\"}\n" << std::flush;
+  writeErr("{\"error\":\"" + error + "\",\"message\":\"" + message + "\"}\n");
   return code;
 }
 
@@ -18,10 +16,9 @@ int ORNCLI::printError(const std::string& error, const std::string& message, int
 void ORNCLI::printResponse(const std::shared_ptr<ORNResponse>& response) {
   // responseData is JSON text already; only an empty one needs a stand-in.
   const std::string& data = response->responseData.empty() ? "\"\"" : response->responseData;
-  std::cout << "{\"requestId\":\"" << response->requestId
-            << "\",\"responseCode\":" << response->responseCode << ",\"responseData\":" << data
-            << "}\n"
-            << std::flush;
+  writeOut("{\"requestId\":\"" + response->requestId +
+           "\",\"responseCode\":" + std::to_string(response->responseCode) +
+           ",\"responseData\":" + data + "}\n");
 }
 
 int printHelp(const char* text, int code) {

@@ -2,7 +2,6 @@
 #include "ORNCLI.h"
 
 #include <cstdlib>
-#include <iostream>
 
 #include "ArgHelpers.h"
 #include "BatchEndpoints.h"
@@ -17,6 +16,9 @@ using zedLocalUtil::jsonUtil::JsonValueBuilder;
 using AnswerReader = std::function<std::string(const std::string&)>;
 
 namespace {
+
+// Asks for a group id or a list of endpoint ids and sets "groupId" or "batch" on the body.
+void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextArg);
 
 // The answer reader each batch dialogue hands to promptBatchEndpointsOrGroup.
 AnswerReader readerOf(ORNCLI* cli) {
@@ -53,6 +55,8 @@ void promptFeatureGet(const AnswerReader& nextArg, const char* feature, QFIReque
 
 }  // namespace
 
+namespace {
+
 void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextArg) {
   writeLine(
       "\nSelect batch endpoint source:\n1. Group (via groupId)\n"
@@ -62,7 +66,7 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextAr
     return;
   }
   // Deliberate: the reader's own " : " follows the label on the same line.
-  std::cout << "\nEnter number of endpoints: " << std::flush;
+  writeOut("\nEnter number of endpoints: ");
   const int count = promptInt(nextArg, "", 1, "Invalid number of endpoints, defaulting to 1");
   std::vector<std::string> ids;
   for (long long i = 1; i <= count; ++i) {
@@ -70,6 +74,8 @@ void promptBatchEndpointsOrGroup(JsonDocBuilder& doc, const AnswerReader& nextAr
   }
   buildBatchEndpoints(doc, ids);
 }
+
+}  // namespace
 
 std::shared_ptr<QFIRequest> ORNCLI::promptQfiRequest() {
   auto request = std::make_shared<QFIRequest>();

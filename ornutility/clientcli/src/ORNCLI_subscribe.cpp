@@ -3,7 +3,6 @@
 #include "ORNCLI.h"
 
 #include <chrono>
-#include <iostream>
 
 #include "ArgHelpers.h"
 #include "ORNCLIInternal.h"
@@ -54,9 +53,8 @@ bool parseCreateValue(const std::string& value, CreateTarget* target) {
 
 void printStateChange(const ORNEvent& event) {
   // The payload is JSON text already and goes out raw; only an empty one needs quotes.
-  std::cout << "{\"eventType\":" << event.eventType
-            << ",\"payload\":" << (event.payload.empty() ? "\"\"" : event.payload) << "}\n"
-            << std::flush;
+  writeOut("{\"eventType\":" + std::to_string(event.eventType) +
+           ",\"payload\":" + (event.payload.empty() ? "\"\"" : event.payload) + "}\n");
 }
 
 }  // namespace
@@ -122,9 +120,8 @@ int ORNCLI::handleSubscribe(int argc, char** argv, bool sync, int timeoutSeconds
       return printError("request_failed", "Failed to create subscription for " + value, 2);
     }
     // On stderr, so that stdout carries events only.
-    std::cerr << "{\"subscription_created\":\"" << target.entityId
-              << "\",\"responseCode\":" << response->responseCode << "}\n"
-              << std::flush;
+    writeErr("{\"subscription_created\":\"" + target.entityId +
+             "\",\"responseCode\":" + std::to_string(response->responseCode) + "}\n");
   }
 
   using Clock = std::chrono::steady_clock;

@@ -1,13 +1,12 @@
 // orncli: one subcommand from the command line, or the interactive menu without arguments.
-#include <iostream>
-
 #include "ORNCLI.h"
+#include "ORNCLIInternal.h"
 
 int main(int argc, char** argv) {
   ornwick::ornUtility::ORNCLI cli;
   if (argc <= 1) {
-    std::cout << "Starting ORN Client utility..." << '\n' << std::flush;
-    std::cout << "Running in interactive mode" << '\n' << std::flush;
+    ornwick::ornUtility::writeLine("Starting ORN Client utility...");
+    ornwick::ornUtility::writeLine("Running in interactive mode");
     cli.run();
     return 0;
   }

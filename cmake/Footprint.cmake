@@ -1,0 +1,16 @@
+# Release builds are sized for a small device that starts orncli many times a minute: every
+# byte of the binary is mapped and every page touched at start costs time. Measured effect
+# of each flag in docs/performance.md.
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  # -Os after the build type's -O3: the tool waits on a socket, not on its own code.
+  add_compile_options(-Os -ffunction-sections -fdata-sections)
+  # Drop unreferenced sections and unneeded libraries; sort the dynamic hash for lookups.
+  add_link_options(-Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu)
+  include(CheckIPOSupported)
+  check_ipo_supported(RESULT ORN_LTO OUTPUT ORN_LTO_WHY LANGUAGES CXX)
+  if(ORN_LTO)
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+  else()
+    message(STATUS "No link-time optimisation: ${ORN_LTO_WHY}")
+  endif()
+endif()
