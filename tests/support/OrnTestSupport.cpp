@@ -196,9 +196,8 @@ Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
   running_ = process_.waitForOut("\n") && process_.out() == "ready " + socket_ + "\n";
   if (!running_) {
     const RunResult r = process_.finish(Seconds(5));
-    std::ifstream errLog(dir_.file("ornsim.stderr"));
-    const std::string errText((std::istreambuf_iterator<char>(errLog)), {});
-    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" + errText + "'";
+    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" +
+             fileText(dir_.file("ornsim.stderr")) + "'";
   }
 }
 
@@ -244,6 +243,11 @@ std::vector<std::string> Ornsim::recordedRequests() const {
     if (line.find("\"requestType\"") != std::string::npos)
       requests.push_back(line);
   return requests;
+}
+
+std::string fileText(const std::string& path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::string jsonStringMember(const std::string& jsonLine, const std::string& key) {

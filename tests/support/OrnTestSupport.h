@@ -113,6 +113,8 @@ inline RunResult runProcess(const std::string& exe, const std::vector<std::strin
 inline RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args) {
   return runProcess(orncliPath(), args, clientEnv(socketPath));
 }
+// The whole text of a file; "" when it cannot be read.
+std::string fileText(const std::string& path);
 // A JSON string member of a one-line JSON object; "" when absent.
 std::string jsonStringMember(const std::string& jsonLine, const std::string& key);
 
