@@ -52,14 +52,11 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
   const std::string reportDesk = dfi("Corva", "ReportState", "ep-desk").substr(8);
   const std::string reachable = "/v2/endpoints?filterExpression=features[name:connectivity]"
                                 ".properties[name:reachability].value.value=OK";
+  // clang-format off
   const struct {
-    int type;
-    std::string payload;
-    int code;
-    const char* dataHas;          // a piece the response data must contain
-    const char* dataLacks = "";  // a piece it must not contain
+    int type; std::string payload; int code;
+    const char *dataHas, *dataLacks = "";  // pieces the response data must and must not contain
   } kCases[] = {
-      // clang-format off
       // Device list, filters and methods.
       {1, qfi("/v2/endpoints", "GET"), 200, R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})"},
       {1, qfi(reachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
@@ -124,8 +121,8 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("events", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})"},
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
-      // clang-format on
   };
+  // clang-format on
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
@@ -140,14 +137,12 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
 
 TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
   const std::string kCt = "Corva.ColorTemperatureController";
+  // clang-format off
   const struct {
     std::string payload;
-    const char* endpoint;  // the one device changed, its feature read back afterwards
-    const char* feature;
-    const char* value;
+    const char *endpoint, *feature, *value;  // the one device changed, its feature read back afterwards
     const char* eventNamespace;  // after "Corva.Endpoint.Feature."
   } kCases[] = {
-      // clang-format off
       {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "ep-kitchen", "power", "\"OFF\"", "Power"},
       {dfi("Corva.BrightnessController", "AdjustBrightness", "light-kitchen", R"({"brightnessDelta":50})"), "ep-kitchen", "brightness", "100", "Brightness"},
       {dfi("Corva.BrightnessController", "AdjustBrightness", "ep-kitchen", R"({"brightnessDelta":-95})"), "ep-kitchen", "brightness", "0", "Brightness"},
@@ -159,8 +154,8 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
       {sim("endpoints/light-kitchen", R"({"state":{"brightness":5}})"), "ep-kitchen", "brightness", "5", "Brightness"},
       // Only the reachable, known device of a batch changes.
       {batch("power/turnOn", R"({"batch":[{"endpointId":"ep-garage"},{"endpointId":"ghost"},{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), "ep-bedroom", "power", "\"ON\"", "Power"},
-      // clang-format on
   };
+  // clang-format on
   for (const auto& c : kCases) {
     Home home = builtinHome();
     Subscriptions subs;
@@ -198,13 +193,11 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   Control control(list);
   EXPECT_EQ(handleRequest(home, list, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
             R"({"clients":[{"client":"alice","subscriptions":[)" + kKitchen + "]}]}");
+  // clang-format off
   const struct {
-    const char* client;
-    std::string payload;
-    int code;
+    const char* client; std::string payload; int code;
     std::string data;  // "" for any
   } kSteps[] = {
-      // clang-format off
       {"bob", subOp("get"), 200, R"({"subscriptions":[]})"},
       // A repeat gets the existing id; one over the cap of 2 creates nothing.
       {"alice", subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
@@ -225,8 +218,8 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("get", "{}"), 400, ""},
       // Repeats within one request take one place.
       {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
-      // clang-format on
   };
+  // clang-format on
   for (const auto& s : kSteps) {
     auto r = handleRequest(home, list, s.client, 2, s.payload);
     EXPECT_EQ(r.code, s.code) << s.payload.substr(0, 200) << "\n" << r.data;
@@ -240,10 +233,7 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
   const StateChange kitchenPower{"light-kitchen", "ep-kitchen", "Corva.Endpoint.Feature.Power",
                                  "Property.PowerState.Change", "\"ON\""};
   const std::string kPower = "Corva.Endpoint.Feature.Power";
-  const struct {
-    Subscription sub;
-    bool matches;
-  } kCases[] = {
+  const struct { Subscription sub; bool matches; } kCases[] = {
       {{"", "ep-kitchen", "", {}}, true},
       {{"", "light-kitchen", "", {}}, true},
       {{"", "ep-living", "", {}}, false},
@@ -265,14 +255,12 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
 
 TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   const std::string kOn = batch("power/turnOn", R"({"groupId":"group-downstairs","directivePayload":{}})");
+  // clang-format off
   const struct {
     std::vector<std::string> options;
     std::string payload;  // sent twice; the second answer is checked
-    bool answer;
-    int code;
-    int delayMs;
+    bool answer; int code, delayMs;
   } kCases[] = {
-      // clang-format off
       {{"--fault", "path:/v2/endpoints,respond:503:x"}, qfi("/v2/endpoints/?a=b", "GET"), true, 503, 0},
       {{"--fault", "path:*,respond:503:x"}, qfi("/sim/groups", "GET"), true, 200, 0},
       {{"--fault", "path:/v2/endpoints/batch/*,silence"}, kOn, false, 0, 0},
@@ -282,8 +270,8 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
       {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kOn, true, 500, 0},
       {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kOn, true, 201, 0},
       {{"--fault", "request:2,delay:10", "--no-response"}, kOn, false, 0, 10},
-      // clang-format on
   };
+  // clang-format on
   for (const auto& c : kCases) {
     std::vector<const char*> argv = {"ornsim"};
     for (const auto& a : c.options)

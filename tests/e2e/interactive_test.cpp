@@ -127,20 +127,9 @@ struct Script {
   const char* ready = "Event Type: 23\n";  // the event awaited before the input
 };
 
-void runScripts(const std::vector<Script>& scripts) {
-  for (const Script& c : scripts) {
-    Session session(c.sim ? clitest::expand(c.sim, kBlocks).c_str() : nullptr, c.ready);
-    if (!session.ok)
-      return;
-    session.cli.send(c.input);
-    EXPECT_EQ(clitest::expand(c.expected, kBlocks), session.finish(c.input)) << c.input;
-    EXPECT_EQ(clitest::expand(c.requests, kBlocks), session.requests) << c.input;
-  }
-}
-
 // clang-format off
-TEST(InteractiveMenuAndQfi, DialoguesBuildTheirRequests) {
-  runScripts({
+TEST(Interactive, DialoguesBuildTheirRequests) {
+  const Script kScripts[] = {
       // Only the exact one-character payload choices count: " 1" and "" send an empty payload.
       // The script's last line has no newline: it is still read.
       {"7\n-3\n\nabc\n-1\n 3\n4\n1\n 1\n1\n\n3\n-2",
@@ -179,11 +168,7 @@ TEST(InteractiveMenuAndQfi, DialoguesBuildTheirRequests) {
        "{PAYLOAD}{QFI}Enter custom QFI path : Select method:\n1. GET\n2. POST\nEnter method (1-2) : {SYNC}{MENU}",
        R"(S1 {"qfi":{"path":"/v2/x","method":"POST","requestBody":{"a":1}},"dfi":[]})" "\n"
        R"(S1 {"qfi":{"path":"/v2/y","method":"GET"},"dfi":[]})"},
-  });
-}
-
-TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
-  runScripts({
+      // DFI dialogues.
       // Brightness answers are pasted into the payload text as typed.
       {"1\n2\n2\nent\nep\n2\n1\n80\n0\n",
        "{PAYLOAD}{DFI}{IDS}{ALLNS}1. SetBrightness\n2. AdjustBrightness\nEnter directive choice (1-2) : "
@@ -226,11 +211,7 @@ TEST(InteractiveDfi, DialoguesBuildTheirRequests) {
        "Sync response received:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {\"status\":\"SUCCESS\"}\n{MENU}",
        "{QUERY}\n" R"(S1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"AdjustBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"light-bedroom","endpointId":"ep-bedroom","friendlyName":""},"payload":{"brightnessDelta":-20}}]})",
        ""},
-  });
-}
-
-TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
-  runScripts({
+      // State and subscription dialogues set the request type and the payload.
       {"1\n5\n3\ne1\npower\ny\n2\nent\nep\nLamp\n0\n",
        "{PAYLOAD}{STATE}{FEATURE}\nSelect latencyTolerance:\n1. HIGH\n2. LOW\nEnter choice (1-2) : {IDS}Enter friendly name : {SYNC}{MENU}",
        R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/power","method":"GET","requestBody":{"latencyTolerance":"LOW"}},"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"ent","endpointId":"ep","friendlyName":"Lamp"},"payload":{}}]})"},
@@ -247,7 +228,15 @@ TEST(InteractiveStateAndSubscriptions, DialoguesSetTypeAndPayload) {
        "Invalid number of event types, defaulting to 1\n\nEvent Type 1:\n{EVENT}{SYNC}{MENU}",
        R"(S2 {"operation":"delete","subscriptions":[{"entities":{"endpointGroup":{"id":"g1"}},"eventTypes":[{"namespace":"N","name":"n"}]}]})"},
       {"1\n4\n1\n1\n0\n0\n", "{PAYLOAD}{SUBOP}{TARGET}\nEnter number of subscriptions:  : {SYNC}{MENU}", R"(S2 {"operation":"create","subscriptions":[]})"},
-  });
+  };
+  for (const Script& c : kScripts) {
+    Session session(c.sim ? clitest::expand(c.sim, kBlocks).c_str() : nullptr, c.ready);
+    if (!session.ok)
+      return;
+    session.cli.send(c.input);
+    EXPECT_EQ(clitest::expand(c.expected, kBlocks), session.finish(c.input)) << c.input;
+    EXPECT_EQ(clitest::expand(c.requests, kBlocks), session.requests) << c.input;
+  }
 }
 // clang-format on
 

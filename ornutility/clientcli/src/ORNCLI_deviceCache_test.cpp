@@ -24,10 +24,7 @@ std::string describe(const std::vector<CachedDevice>& devices) {
 
 TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
   const std::string nested = std::string(200000, '[') + std::string(200000, ']');
-  const struct {
-    std::string input;
-    const char* expected;
-  } kCases[] = {
+  const struct { std::string input; const char* expected; } kCases[] = {
       // Not a device list at all.
       {"", ""},
       {"{\"results\":[{\"id\":\"a\"}]", ""},  // truncated
