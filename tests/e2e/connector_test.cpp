@@ -60,9 +60,10 @@ class Recorder : public IORNEventHandler {
   bool waitResponse(const std::string& id, ORNResponse* out) {
     std::unique_lock<std::mutex> lock(mu_);
     return cv_.wait_until(lock, Clock::now() + kWait, [&] {
-      auto r = std::find_if(responses_.begin(), responses_.end(),
-                            [&](const ORNResponse& r) { return r.requestId == id; });
-      return r != responses_.end() && (*out = *r, true);
+      for (const auto& r : responses_)
+        if (r.requestId == id)
+          return (*out = r), true;
+      return false;
     });
   }
   std::vector<ORNEvent> all() {

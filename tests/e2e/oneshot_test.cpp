@@ -153,8 +153,7 @@ TEST(OneShot, DevicesPowerAndBrightness) {
       {"brightness set --endpoints e1,e2 --value ' 99999999999 '", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":2147483647}}},"dfi":[]})"},
       {"brightness adjust --value oops --endpoints e1 --delta -99999999999", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-2147483648}}},"dfi":[]})"},
       {"brightness get --endpoint e9", R"(A1 {"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})"},
-      {"brightness", "", 1, "Usage: orncli brightness <set|adjust|get> [options]\n  --endpoints <id1,id2>  (set/adjust)\n"
-                            "  --endpoint <id>        (get)\n  --value <0-100>        (set)\n  --delta <-100 to 100>  (adjust)\n"},
+      {"brightness", "", 1, "Usage: orncli brightness <set|adjust|get> [options]\n  --endpoints <id1,id2>  (set/adjust)\n  --endpoint <id>        (get)\n  --value <0-100>        (set)\n  --delta <-100 to 100>  (adjust)\n"},
       {"brightness dim", "", 1, "", "invalid_argument: Unknown brightness action: dim"},
       {"brightness get", "", 1, "", "missing_argument: --endpoint is required for brightness get"},
       {"brightness set --value x", "", 1, "", "missing_argument: --endpoints is required for brightness set"},
@@ -170,8 +169,7 @@ TEST(OneShot, DevicesPowerAndBrightness) {
 
 TEST(OneShot, ColorStateDfiAndQfi) {
   const char* colorHelp = "Usage: orncli color set [options]\n  --endpoints <id1,id2>\n  --hue <0-360>\n  --saturation <0.0-1.0>\n  --brightness <0.0-1.0>\n";
-  const char* stateHelp = "Usage: orncli state <get|report> [options]\n  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n"
-                     "  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
+  const char* stateHelp = "Usage: orncli state <get|report> [options]\n  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
   const std::string deep = "dfi --entity e --endpoint p --namespace n --name x --payload " + std::string(65000, '[') + std::string(65000, ']');
   run({
       {"color set --endpoints id1,id2 --hue 120 --saturation 0.5 --brightness 0.8", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})"},
@@ -214,8 +212,7 @@ TEST(OneShot, ColorStateDfiAndQfi) {
       {"dfi --entity e --endpoint p --namespace n --name x --payload {bad", R"(A1 {"dfi":[null]})"},
       {deep.c_str(), R"(A1 {"dfi":[null]})"},
       {"dfi", "", 1, "", "missing_argument: --entity is required"},
-      {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n"
-                            "  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
+      {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
       {"dfi --entity a", "", 1, "", "missing_argument: --endpoint is required"},
       {"dfi --entity a --endpoint b", "", 1, "", "missing_argument: --namespace is required"},
       {"dfi --entity a --endpoint b --namespace c", "", 1, "", "missing_argument: --name is required"},
@@ -223,18 +220,14 @@ TEST(OneShot, ColorStateDfiAndQfi) {
       {"qfi --path /v2/endpoints/id1/features/power/ --method GET", R"(A1 {"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})"},
       {R"(qfi --path /v2/endpoints --method get --body {"a":[true]})", R"(A1 {"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})"},
       {"qfi", "", 1, "", "missing_argument: --path is required"},
-      {"qfi --help", "", 0, "Usage: orncli qfi [options]\n  --path <path>       QFI path (required)\n  --method <GET|POST> HTTP method (required)\n"
-                            "  --body <json>       Request body for POST (optional)\n"},
+      {"qfi --help", "", 0, "Usage: orncli qfi [options]\n  --path <path>       QFI path (required)\n  --method <GET|POST> HTTP method (required)\n  --body <json>       Request body for POST (optional)\n"},
       {"qfi --path /v2/endpoints", "", 1, "", "missing_argument: --method is required"},
       {"--timeout 0 qfi --path /x --method POST", nullptr, 2, "", "request_failed: Failed to send QFI request", "--no-response"},
   });
 }
 
 TEST(OneShot, SubscribeAndListen) {
-  const char* help = "Usage: orncli subscribe <create|delete|list|listen> [options]\n  create/delete:\n"
-                     "    --endpoint <entityId>       Endpoint entity ID\n    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n"
-                     "  list: (no additional options)\n  listen:\n    --create <eid:ns:name>      Create subscription and listen (repeatable)\n"
-                     "    --timeout <seconds>         Listen timeout (required)\n";
+  const char* help = "Usage: orncli subscribe <create|delete|list|listen> [options]\n  create/delete:\n    --endpoint <entityId>       Endpoint entity ID\n    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n  list: (no additional options)\n  listen:\n    --create <eid:ns:name>      Create subscription and listen (repeatable)\n    --timeout <seconds>         Listen timeout (required)\n";
   run({
       {"subscribe list", R"(A2 {"operation":"get","subscriptions":[]})"},
       {"--sync --timeout 0 subscribe list", R"(S2 {"operation":"get","subscriptions":[]})"},
@@ -249,23 +242,13 @@ TEST(OneShot, SubscribeAndListen) {
       {"--timeout 0 subscribe list", nullptr, 2, "", "request_failed: Failed to send subscribe list request", "--no-response"},
       {"--timeout 0 subscribe delete --endpoint e --events a:b", nullptr, 2, "", "request_failed: Failed to send subscribe delete request", "--no-response"},
       // Only state changes (21) are printed, raw; each event is taken before the next replaces it.
-      {"subscribe listen --create eid1:ns:n --timeout 3",
-       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0,
-       "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}",
-       R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
+      {"subscribe listen --create eid1:ns:n --timeout 3", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0, "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}", R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
       // A zero or negative listening time ends after the confirmations; --sync because the
       // listening time is also the response timeout.
-      {"--sync subscribe listen --create e1:ns:a:b --timeout 0",
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
-      {"--sync subscribe listen --timeout -5 --create e1:n1:x --create e2:n2:y",
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"n1","name":"x"}]}]})" "\n"
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e2"}},"eventTypes":[{"namespace":"n2","name":"y"}]}]})", 0,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\n{\"subscription_created\":\"e2\",\"responseCode\":200}"},
+      {"--sync subscribe listen --create e1:ns:a:b --timeout 0", R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
+      {"--sync subscribe listen --timeout -5 --create e1:n1:x --create e2:n2:y", R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"n1","name":"x"}]}]})" "\n" R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e2"}},"eventTypes":[{"namespace":"n2","name":"y"}]}]})", 0, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\n{\"subscription_created\":\"e2\",\"responseCode\":200}"},
       // The first subscription stays when a later value is malformed.
-      {"subscribe listen --create e1:ns:n --create bad --timeout 2",
-       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
+      {"subscribe listen --create e1:ns:n --create bad --timeout 2", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
       {"subscribe listen --timeout 5 --create", "", 1, "", "missing_argument: --create is required for subscribe listen"},
       {"subscribe listen --create e:n:x", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
       {"subscribe listen --create e:n:x --timeout", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
@@ -278,8 +261,7 @@ TEST(OneShot, SubscribeAndListen) {
       // The value after a --create is never skipped, so the second one is read as a value.
       {"subscribe listen --create --create e:n:x --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: --create. Use entityId:namespace:eventName"},
       // The listening time also bounds each confirmation: 0 s is too short here.
-      {"subscribe listen --create e:ns:n --create f:ns:n --timeout 0", nullptr, 2, "",
-       "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
+      {"subscribe listen --create e:ns:n --create f:ns:n --timeout 0", nullptr, 2, "", "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
   });
 }
 
