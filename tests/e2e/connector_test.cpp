@@ -1,5 +1,4 @@
-// The connector client library against a real ornsim, and against hand-made
-// bad services.
+// The connector client library against a real ornsim, and against hand-made bad services.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -41,12 +40,8 @@ constexpr auto kWait = std::chrono::seconds(10);
 // Keeps every callback, and lets the test wait for one by predicate.
 class Recorder : public IORNEventHandler {
  public:
-  void onResponse(std::shared_ptr<ORNResponse> r) noexcept override {
-    keep([&] { responses_.push_back(*r); });
-  }
-  void onEvent(std::shared_ptr<ORNEvent> e) noexcept override {
-    keep([&] { events_.push_back(*e); });
-  }
+  void onResponse(std::shared_ptr<ORNResponse> r) noexcept override { keep(responses_, *r); }
+  void onEvent(std::shared_ptr<ORNEvent> e) noexcept override { keep(events_, *e); }
   // Waits until `count` events of `type` have arrived, kWait at most; returns how many have.
   size_t events(int type, size_t count = 0) {
     std::unique_lock<std::mutex> lock(mu_);
@@ -77,11 +72,11 @@ class Recorder : public IORNEventHandler {
   }
 
  private:
-  template <typename F>
-  void keep(F&& store) {
+  template <typename T>
+  void keep(std::vector<T>& list, const T& item) {
     std::lock_guard<std::mutex> lock(mu_);
     callerThreadCallbacks_ += std::this_thread::get_id() == testThread_;
-    store();
+    list.push_back(item);
     cv_.notify_all();
   }
   std::mutex mu_;
@@ -242,8 +237,20 @@ class FakeService {
   std::thread thread_;
 };
 
+// Throws from every callback after trying a sync request from inside it.
+class RudeHandler : public IORNEventHandler {
+ public:
+  void onResponse(std::shared_ptr<ORNResponse>) override { throw std::runtime_error("rude"); }
+  void onEvent(std::shared_ptr<ORNEvent> e) override {
+    if (e->eventType == 23 && client != nullptr)
+      inner.set_value(client->sendSyncRequest(request(*client, 1, kDevices)) != nullptr);
+    throw std::runtime_error("rude");
+  }
+  ORNClient* client = nullptr;
+  std::promise<bool> inner;  // whether the sync request from the callback was answered
+};
 
-TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
+TEST(Connector, HandshakeSyncRequestAndRudeHandlers) {
   orntest::Ornsim sim;
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");
@@ -268,6 +275,16 @@ TEST(Connector, HandshakeThenASyncRequestAnsweredOnlyToItsCaller) {
             std::string(R"({"client":"tester","sync":true,"requestId":")") + req->requestId +
                 R"(","requestType":1,"payload":)" +
                 R"("{\"qfi\":{\"path\":\"/v2/endpoints\",\"method\":\"GET\"},\"dfi\":[]}"})");
+  // A handler that throws, and tries a sync request from the callback thread; the socket is set.
+  auto handler = std::make_shared<RudeHandler>();
+  ORNClient client;
+  handler->client = &client;
+  auto inner = handler->inner.get_future();
+  ASSERT_TRUE(client.initialize(handler, ConnectorType::kLocalService, "rude"));
+  ASSERT_EQ(inner.wait_until(Clock::now() + kWait), std::future_status::ready);
+  EXPECT_FALSE(inner.get()) << "a sync request on the callback thread must fail at once";
+  ASSERT_TRUE(client.sendAsyncRequest(request(client, 1, kDevices)));
+  EXPECT_TRUE(client.sendSyncRequest(request(client, 1, kDevices)));
 }
 
 TEST(Connector, SyncRequestEndsWhenTheServiceDiesOrTheClientIsDestroyed) {
@@ -454,8 +471,7 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
     EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
     ASSERT_EQ(flood->socketFull.get_future().wait_until(Clock::now() + kWait),
               std::future_status::ready);
-    // A service that stops reading leaves a request bigger than the socket's
-    // buffer half written.
+    // A service that stops reading leaves a request bigger than the socket's buffer half written.
     auto req = request(*client, 1, serviceReads ? kDevices : std::string(900000, 'x'));
     ASSERT_TRUE(client->sendAsyncRequest(req));
     if (serviceReads) {
@@ -468,34 +484,6 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
     ASSERT_EQ(done.wait_until(Clock::now() + kWait), std::future_status::ready) << serviceReads;
     close(fd);
   }
-}
-
-// Throws from every callback after trying a sync request from inside it.
-class RudeHandler : public IORNEventHandler {
- public:
-  void onResponse(std::shared_ptr<ORNResponse>) override { throw std::runtime_error("rude"); }
-  void onEvent(std::shared_ptr<ORNEvent> e) override {
-    if (e->eventType == 23 && client != nullptr)
-      inner.set_value(client->sendSyncRequest(request(*client, 1, kDevices)) != nullptr);
-    throw std::runtime_error("rude");
-  }
-  ORNClient* client = nullptr;
-  std::promise<bool> inner;  // whether the sync request from the callback was answered
-};
-
-TEST(Connector, ThrowingAndReentrantHandlersDoNotBreakTheClient) {
-  orntest::Ornsim sim;
-  ASSERT_TRUE(sim.ok()) << sim.error();
-  setenv("ORN_QIPC_SOCKET", sim.socketPath().c_str(), 1);
-  auto handler = std::make_shared<RudeHandler>();
-  ORNClient client;
-  handler->client = &client;
-  auto inner = handler->inner.get_future();
-  ASSERT_TRUE(client.initialize(handler, ConnectorType::kLocalService, "rude"));
-  ASSERT_EQ(inner.wait_until(Clock::now() + kWait), std::future_status::ready);
-  EXPECT_FALSE(inner.get()) << "a sync request on the callback thread must fail at once";
-  ASSERT_TRUE(client.sendAsyncRequest(request(client, 1, kDevices)));
-  EXPECT_TRUE(client.sendSyncRequest(request(client, 1, kDevices)));
 }
 
 TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
@@ -620,18 +608,12 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
   }
 }
 
-TEST(Ornsim, HomeFilesBadOrTooBigForOneFrame) {
+// A device list over the frame limit still gets an answer, an error one.
+TEST(Ornsim, HomeFileTooBigForOneFrame) {
   orntest::TempDir dir;
   const std::string home = dir.file("home.json");
-  std::ofstream(home) << R"({"devices":[{"friendlyName":"x"}]})";
-  auto bad =
-      orntest::runProcess(orntest::ornsimPath(), {"--socket", dir.file("s.sock"), "--home", home});
-  EXPECT_EQ(bad.exitCode, 2);
-  EXPECT_EQ(bad.out, "");
-  EXPECT_NE(bad.err.find("devices[0]: missing \"id\""), std::string::npos) << bad.err;
-  // A device list over the frame limit still gets an answer, an error one.
-  std::ofstream(home, std::ios::trunc)
-      << R"({"devices":[{"id":"big","friendlyName":")" << std::string(1100000, 'n') << R"("}]})";
+  std::ofstream(home) << R"({"devices":[{"id":"big","friendlyName":")"
+                      << std::string(1100000, 'n') << R"("}]})";
   orntest::Ornsim sim({"--home", home});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");
@@ -698,18 +680,22 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
     EXPECT_NE(out.find(std::string(R"("subscriptionId":"sub-)") + sub), std::string::npos) << out;
   EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
   // ornsim refuses to start: two saved subscriptions are more than a client may hold here; a
-  // bad state file; a record file it cannot open.
-  const std::string bad = dir.file("bad.json"), record = dir.file("no/record");
+  // bad state file; a bad home file; a record file it cannot open.
+  const std::string bad = dir.file("bad.json"), home = dir.file("home.json"),
+                    record = dir.file("no/record");
   std::ofstream(bad) << R"({"devices":[{"id":"light-kitchen","state":{"power":1}}]})";
+  std::ofstream(home) << R"({"devices":[{"friendlyName":"x"}]})";
   const std::pair<std::vector<std::string>, std::string> kRefusals[] = {
       {{"--state", state, "--max-subscriptions", "1"}, "too many subscriptions for \"ORNCLI-cmd\""},
       {{"--state", bad}, bad + ": devices[0].state: \"power\" must be true or false"},
+      {{"--home", home}, "devices[0]: missing \"id\""},
       {{"--record", record}, "open " + record + ": No such file or directory"},
   };
   for (auto [args, err] : kRefusals) {
     args.insert(args.begin(), {"--socket", dir.file("s")});
     auto run = orntest::runProcess(orntest::ornsimPath(), args);
     EXPECT_EQ(run.exitCode, 2) << err;
+    EXPECT_EQ(run.out, "") << err;
     EXPECT_NE(run.err.find(err), std::string::npos) << run.err;
   }
 }

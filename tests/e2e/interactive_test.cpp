@@ -52,10 +52,9 @@ const clitest::Blocks kBlocks = {
 };
 // clang-format on
 
-// The start of a transcript: the banner, the menu and the prompt, each written in one
-// piece, with the events that arrived meanwhile printed around and between them by the
-// library's thread. Taking out the main thread's pieces, in order, must leave only whole
-// event blocks.
+// The start of a transcript: the banner, the menu and the prompt, each written in one piece, with
+// the events that arrived meanwhile printed around and between them by the library's thread. Taking
+// out the main thread's pieces, in order, must leave only whole event blocks.
 void expectStart(const std::string& start) {
   static const std::regex kEventBlocks(
       "(\nReceived event:\nEvent Type: \\d+\nEvent Data: [^\n]*\n)*");
@@ -139,8 +138,7 @@ TEST(Interactive, DialoguesBuildTheirRequests) {
       {"1\n1\n4\n2\n0\n\n0\n", "{PAYLOAD}{QFI}{BATCH}{COUNT}Enter color temperature value (1000-10000 Kelvin) : Invalid color temperature, defaulting to 2700\n{SYNC}{MENU}", R"(S1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/colorTemperature/setColorTemperature","method":"POST","requestBody":{"batch":[],"directivePayload":{"colorTemperatureInKelvin":2700}}},"dfi":[]})"},
       // Custom: an empty method answer is POST and asks for a body; "1" is GET without one.
       {"1\n1\n5\n/v2/x\n\n{\"a\":1}\n1\n1\n5\n/v2/y\n1\n0\n", "{PAYLOAD}{QFI}Enter custom QFI path : Select method:\n1. GET\n2. POST\nEnter method (1-2) : Enter custom request body (JSON format) : {SYNC}{MENU}{PAYLOAD}{QFI}Enter custom QFI path : Select method:\n1. GET\n2. POST\nEnter method (1-2) : {SYNC}{MENU}", R"(S1 {"qfi":{"path":"/v2/x","method":"POST","requestBody":{"a":1}},"dfi":[]})" "\n" R"(S1 {"qfi":{"path":"/v2/y","method":"GET"},"dfi":[]})"},
-      // DFI dialogues.
-      // Brightness answers are pasted into the payload text as typed.
+      // DFI dialogues. Brightness answers are pasted into the payload text as typed.
       {"1\n2\n2\nent\nep\n2\n1\n80\n0\n", "{PAYLOAD}{DFI}{IDS}{ALLNS}1. SetBrightness\n2. AdjustBrightness\nEnter directive choice (1-2) : Enter brightness value (0-100) : {SYNC}{MENU}", R"(S1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"ent","endpointId":"ep","friendlyName":""},"payload":{"brightness":80}}]})"},
       // A picked device narrows the namespaces, offered in table order, and adds the device manager.
       {"1\n2\n1\n1\n2\n{}\n0\n", "{PAYLOAD}{DFI}{FETCH}Selected device: entityId=e1 endpointId=ep1\n\nSelect DFI namespace:\n1. Corva.PowerController\n2. Corva.ColorController\n3. Tessel.DeviceManager\nEnter namespace choice (1-3) : \nSelect directive name:\n1. SetColor\nEnter custom payload (JSON format) : {SYNC}{MENU}", "{QUERY}\n" R"(S1 {"dfi":[{"header":{"namespace":"Corva.ColorController","name":"SetColor","payloadVersion":"3.0"},"endpoint":{"entityId":"e1","endpointId":"ep1","friendlyName":""},"payload":{}}]})"},

@@ -8,8 +8,7 @@
 namespace ornwick::ornUtility {
 namespace {
 
-// One device as "entityId|endpointId|iface,iface;", so a table row fits on a
-// line.
+// One device as "entityId|endpointId|iface,iface;", so a table row fits on a line.
 std::string describe(const std::vector<CachedDevice>& devices) {
   std::string text;
   for (const CachedDevice& d : devices) {
