@@ -9,18 +9,15 @@
 
 namespace ornsim {
 namespace {
+// clang-format off
 
 std::string qfi(const std::string& path, const std::string& method, const std::string& body = "") {
-  std::string q = R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"";
-  if (!body.empty())
-    q += R"(,"requestBody":)" + body;
-  return q + R"(},"dfi":[]})";
+  return R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"" +
+         (body.empty() ? "" : R"(,"requestBody":)" + body) + R"(},"dfi":[]})";
 }
 
 // A POST to the simulator's own path /sim/<path>.
-std::string sim(const std::string& path, const std::string& body = "") {
-  return qfi("/sim/" + path, "POST", body);
-}
+std::string sim(const std::string& path, const std::string& body = "") { return qfi("/sim/" + path, "POST", body); }
 
 // A batch directive of the power, brightness... interface.
 std::string batch(const std::string& directive, const std::string& body) {
@@ -29,12 +26,9 @@ std::string batch(const std::string& directive, const std::string& body) {
 
 std::string dfi(const std::string& ns, const std::string& name, const std::string& endpoint,
                 const std::string& payload = "") {
-  std::string d = R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
-                  R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" +
-                  endpoint + R"(","friendlyName":""})";
-  if (!payload.empty())
-    d += R"(,"payload":)" + payload;
-  return d + "}]}";
+  return R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
+         R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" + endpoint +
+         R"(","friendlyName":""})" + (payload.empty() ? "" : R"(,"payload":)" + payload) + "}]}";
 }
 
 std::string repeat(const std::string& piece, size_t n) {
@@ -52,7 +46,6 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
   const std::string reportDesk = dfi("Corva", "ReportState", "ep-desk").substr(8);
   const std::string reachable = "/v2/endpoints?filterExpression=features[name:connectivity]"
                                 ".properties[name:reachability].value.value=OK";
-  // clang-format off
   const struct {
     int type; std::string payload; int code;
     const char *dataHas, *dataLacks = "";  // pieces the response data must and must not contain
@@ -122,11 +115,8 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
   };
-  // clang-format on
   for (const auto& c : kCases) {
-    Home home = builtinHome();
-    Subscriptions subs;
-    Control control(subs);
+    Home home = builtinHome(); Subscriptions subs; Control control(subs);
     HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload, &control);
     const std::string row = c.payload.substr(0, 200) + "\n" + r.data;
     EXPECT_EQ(r.code, c.code) << row;
@@ -137,7 +127,6 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
 
 TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
   const std::string kCt = "Corva.ColorTemperatureController";
-  // clang-format off
   const struct {
     std::string payload;
     const char *endpoint, *feature, *value;  // the one device changed, its feature read back afterwards
@@ -155,11 +144,8 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
       // Only the reachable, known device of a batch changes.
       {batch("power/turnOn", R"({"batch":[{"endpointId":"ep-garage"},{"endpointId":"ghost"},{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), "ep-bedroom", "power", "\"ON\"", "Power"},
   };
-  // clang-format on
   for (const auto& c : kCases) {
-    Home home = builtinHome();
-    Subscriptions subs;
-    Control control(subs);
+    Home home = builtinHome(); Subscriptions subs; Control control(subs);
     HandlerResult r = handleRequest(home, subs, "client", 1, c.payload, &control);
     ASSERT_EQ(r.code, 200) << c.payload << "\n" << r.data;
     ASSERT_EQ(r.changes.size(), 1u) << c.payload;
@@ -193,7 +179,6 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   Control control(list);
   EXPECT_EQ(handleRequest(home, list, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
             R"({"clients":[{"client":"alice","subscriptions":[)" + kKitchen + "]}]}");
-  // clang-format off
   const struct {
     const char* client; std::string payload; int code;
     std::string data;  // "" for any
@@ -219,7 +204,6 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       // Repeats within one request take one place.
       {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
   };
-  // clang-format on
   for (const auto& s : kSteps) {
     auto r = handleRequest(home, list, s.client, 2, s.payload);
     EXPECT_EQ(r.code, s.code) << s.payload.substr(0, 200) << "\n" << r.data;
@@ -255,7 +239,6 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
 
 TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   const std::string kOn = batch("power/turnOn", R"({"groupId":"group-downstairs","directivePayload":{}})");
-  // clang-format off
   const struct {
     std::vector<std::string> options;
     std::string payload;  // sent twice; the second answer is checked
@@ -271,16 +254,13 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
       {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kOn, true, 201, 0},
       {{"--fault", "request:2,delay:10", "--no-response"}, kOn, false, 0, 10},
   };
-  // clang-format on
   for (const auto& c : kCases) {
     std::vector<const char*> argv = {"ornsim"};
     for (const auto& a : c.options)
       argv.push_back(a.c_str());
-    Options o;
-    std::string err;
+    Options o; std::string err;
     ASSERT_TRUE(parseOptions(static_cast<int>(argv.size()), argv.data(), &o, &err)) << err;
-    Home home = builtinHome();
-    Subscriptions subs;
+    Home home = builtinHome(); Subscriptions subs;
     Simulation sim(o, home, subs, nullptr);
     sim.serve("c", 1, c.payload);
     const Simulation::Outcome out = sim.serve("c", 1, c.payload);
@@ -292,5 +272,6 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   }
 }
 
+// clang-format on
 }  // namespace
 }  // namespace ornsim

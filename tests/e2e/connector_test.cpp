@@ -406,10 +406,7 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
   // The service's uid (0 for ours), ORN_QIPC_SERVICE_UID, how the retry delays logged start,
   // a piece of the debug trace, and whether it never registers, with the log saying why.
   const struct {
-    FakeService::Play play;
-    uid_t uid;
-    const char *allowedUid, *delays, *traced;
-    bool refused;
+    FakeService::Play play; uid_t uid; const char *allowedUid, *delays, *traced; bool refused;
   } kCases[] = {
       {dropper, 0, "", "10 20 40 10 20 40 80 160 250 ", "send register (", false},
       {silent, 65534, "", "", "", true},
@@ -501,10 +498,7 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
   // victim is served and closed; then it sends the rest of `big` and is answered.
   // `greeted`: whether the victim gets event 20 before it is closed.
   const struct {
-    std::vector<std::string> args;
-    std::string holds, victimSends;
-    bool greeted;
-    const char* logged;
+    std::vector<std::string> args; std::string holds, victimSends; bool greeted; const char* logged;
   } kCases[] = {
       {{}, "", std::string("\xff\xff\xff\xff", 4), true, "4294967295 bytes exceeds the limit"},
       {{}, "", std::string(4, '\0'), true, "error from client : empty frame"},

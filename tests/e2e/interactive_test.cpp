@@ -50,7 +50,6 @@ const clitest::Blocks kBlocks = {
     {"{QUERY}", "S1 {Q}"},
     {"{Q}", R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})"},
 };
-// clang-format on
 
 // The start of a transcript: the banner, the menu and the prompt, each written in one piece, with
 // the events that arrived meanwhile printed around and between them by the library's thread. Taking
@@ -119,7 +118,6 @@ struct Script {
   const char* ready = "Event Type: 23\n";  // the event awaited before the input
 };
 
-// clang-format off
 TEST(Interactive, DialoguesBuildTheirRequests) {
   const Script kScripts[] = {
       // Only the exact one-character payload choices count: " 1" and "" send an empty payload.
