@@ -166,8 +166,6 @@ TEST(Interactive, DialoguesBuildTheirRequests) {
     EXPECT_EQ(clitest::expand(c.requests, kBlocks), session.requests) << c.input;
   }
 }
-// clang-format on
-
 // The async answer is printed by the library's thread; the simulator's delay puts it after
 // the menu, while orncli waits for the next command. It is not kept as the last response,
 // and a failed sync send replaces a good one. With the service gone, the device cache falls
@@ -189,23 +187,15 @@ TEST(InteractiveMenu, AsyncAnswersAndFailedSends) {
   ASSERT_TRUE(cli.waitForOut("Event Type: 22\n", stopped));
   ASSERT_TRUE(cli.waitForOut("\n", cli.out().find("Event Type: 22\n", stopped) + 15));
   cli.send("1\n6\n3\n2\n6\n1\n2\n1\nent\nep\n1\n1\n0\n");
-  EXPECT_EQ(
-      clitest::expand(
-          "{PAYLOAD}Sending GetReachableDevices request...\nAsync request sent with ID: <ID>\n"
-          "{MENU}\nReceived async response:\nRequest ID: <ID>\nResponse Code: 200\n"
-          "Response Data: {DATA}\nNo response available\n{MENU}"
-          "{PAYLOAD}Sending GetReachableDevices request...\n{SYNC}{MENU}"
-          "\nReceived event:\nEvent Type: 22\nEvent Data: {\"status\":\"DISCONNECTED\"}\n"
-          "{PAYLOAD}Sending GetReachableDevices request...\nFailed to send sync request\n"
-          "{MENU}No response available\n{MENU}"
-          "{PAYLOAD}Sending GetReachableDevices request...\nFailed to send async request\n"
-          "{MENU}{PAYLOAD}{DFI}Fetching local connected devices...\n"
-          "Failed to fetch local devices\nFalling back to manual input\n{IDS}{ALLNS}"
-          "1. TurnOn\n2. TurnOff\nEnter directive choice (1-2) : "
-          "Failed to send sync request\n{MENU}",
-          kBlocks),
-      session.finish(""));
+  EXPECT_EQ(clitest::expand(
+      "{PAYLOAD}Sending GetReachableDevices request...\nAsync request sent with ID: <ID>\n{MENU}\nReceived async response:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {DATA}\nNo response available\n{MENU}"
+      "{PAYLOAD}Sending GetReachableDevices request...\n{SYNC}{MENU}\nReceived event:\nEvent Type: 22\nEvent Data: {\"status\":\"DISCONNECTED\"}\n"
+      "{PAYLOAD}Sending GetReachableDevices request...\nFailed to send sync request\n{MENU}No response available\n{MENU}"
+      "{PAYLOAD}Sending GetReachableDevices request...\nFailed to send async request\n{MENU}"
+      "{PAYLOAD}{DFI}Fetching local connected devices...\nFailed to fetch local devices\nFalling back to manual input\n{IDS}{ALLNS}1. TurnOn\n2. TurnOff\nEnter directive choice (1-2) : Failed to send sync request\n{MENU}",
+      kBlocks), session.finish(""));
   EXPECT_EQ(clitest::expand("A1 {Q}\n{QUERY}", kBlocks), session.requests);
 }
 
+// clang-format on
 }  // namespace
