@@ -20,10 +20,7 @@ std::string objects(size_t depth) {
 // rules included; past it they fail and leave null.
 TEST(BoundedParse, IsParseUpToTheDepthBoundAndFailsPastIt) {
   const size_t n = kMaxJsonDepth;
-  const struct {
-    std::string text;
-    bool tooDeep;
-  } kCases[] = {
+  const struct { std::string text; bool tooDeep; } kCases[] = {
       {std::string(n, '[') + std::string(n, ']'), false},
       {std::string(n + 1, '[') + std::string(n + 1, ']'), true},
       {objects(n), false},

@@ -10,12 +10,8 @@ namespace zedLocalUtil::jsonUtil {
 namespace {
 
 TEST(JsonValueBuilder, WritesMembersInInsertionOrder) {
-  static const struct {
-    const char* name;
-    void (*fill)(JsonValueBuilder&);
-    const char* want;
-  } kCases[] = {
-      // clang-format off
+  // clang-format off
+  static const struct { const char* name; void (*fill)(JsonValueBuilder&); const char* want; } kCases[] = {
       {"empty object", [](JsonValueBuilder&) {}, "{}"},
       {"mixed types", [](JsonValueBuilder& b) { b.set("z", std::string("s")).set("a", -7).set("m", 0.5); }, R"({"z":"s","a":-7,"m":0.5})"},
       {"duplicate key kept", [](JsonValueBuilder& b) { b.set("k", 1).set("k", 2); }, R"({"k":1,"k":2})"},

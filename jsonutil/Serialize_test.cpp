@@ -9,10 +9,7 @@ namespace zedLocalUtil::jsonUtil {
 namespace {
 
 TEST(Serialize, DoublesAlwaysCarryAFractionOrExponent) {
-  static const struct {
-    double input;
-    const char* want;
-  } kCases[] = {
+  static const struct { double input; const char* want; } kCases[] = {
       {120.0, "120.0"}, {-10.0, "-10.0"}, {0.0, "0.0"}, {1e21, "1e21"}, {1e-7, "1e-7"},
   };
   for (const auto& c : kCases) {

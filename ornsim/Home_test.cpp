@@ -16,7 +16,7 @@ std::string join(const std::vector<std::string>& v) {
   return s;
 }
 
-TEST(Home, ParsesAGoodFile) {
+TEST(Home, ParsesAGoodFileAndReportsAnUnreadableOne) {
   const char kText[] = R"({"devices":[
     {"id":"a","externallyReportedId":"ep-a","friendlyName":"A","reachable":false,
      "interfaces":["Corva.PowerController"],
@@ -37,6 +37,8 @@ TEST(Home, ParsesAGoodFile) {
   EXPECT_TRUE(a->offers(kPowerController) && home.findDevice("b")->reachable);
   ASSERT_NE(home.findGroup("g"), nullptr);
   EXPECT_EQ(home.findDevice(""), nullptr);
+  EXPECT_FALSE(loadHome("/nonexistent/home.json", &home, &problems));
+  EXPECT_EQ("cannot read /nonexistent/home.json\n", join(problems));
 }
 
 TEST(Home, CollectsEveryProblemOfABadFile) {
@@ -75,13 +77,6 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
     // A rejected file leaves the home as it was.
     EXPECT_EQ(home.devices.size(), builtinHome().devices.size()) << c.text.substr(0, 80);
   }
-}
-
-TEST(Home, LoadReportsUnreadableFiles) {
-  Home home;
-  std::vector<std::string> problems;
-  EXPECT_FALSE(loadHome("/nonexistent/home.json", &home, &problems));
-  EXPECT_EQ("cannot read /nonexistent/home.json\n", join(problems));
 }
 
 }  // namespace

@@ -9,18 +9,15 @@
 
 namespace ornsim {
 namespace {
+// clang-format off
 
 std::string qfi(const std::string& path, const std::string& method, const std::string& body = "") {
-  std::string q = R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"";
-  if (!body.empty())
-    q += R"(,"requestBody":)" + body;
-  return q + R"(},"dfi":[]})";
+  return R"({"qfi":{"path":")" + path + R"(","method":")" + method + "\"" +
+         (body.empty() ? "" : R"(,"requestBody":)" + body) + R"(},"dfi":[]})";
 }
 
 // A POST to the simulator's own path /sim/<path>.
-std::string sim(const std::string& path, const std::string& body = "") {
-  return qfi("/sim/" + path, "POST", body);
-}
+std::string sim(const std::string& path, const std::string& body = "") { return qfi("/sim/" + path, "POST", body); }
 
 // A batch directive of the power, brightness... interface.
 std::string batch(const std::string& directive, const std::string& body) {
@@ -29,12 +26,9 @@ std::string batch(const std::string& directive, const std::string& body) {
 
 std::string dfi(const std::string& ns, const std::string& name, const std::string& endpoint,
                 const std::string& payload = "") {
-  std::string d = R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
-                  R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" +
-                  endpoint + R"(","friendlyName":""})";
-  if (!payload.empty())
-    d += R"(,"payload":)" + payload;
-  return d + "}]}";
+  return R"({"dfi":[{"header":{"namespace":")" + ns + R"(","name":")" + name +
+         R"(","payloadVersion":"3.0"},"endpoint":{"entityId":"","endpointId":")" + endpoint +
+         R"(","friendlyName":""})" + (payload.empty() ? "" : R"(,"payload":)" + payload) + "}]}";
 }
 
 std::string repeat(const std::string& piece, size_t n) {
@@ -53,13 +47,9 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
   const std::string reachable = "/v2/endpoints?filterExpression=features[name:connectivity]"
                                 ".properties[name:reachability].value.value=OK";
   const struct {
-    int type;
-    std::string payload;
-    int code;
-    const char* dataHas;          // a piece the response data must contain
-    const char* dataLacks = "";  // a piece it must not contain
+    int type; std::string payload; int code;
+    const char *dataHas, *dataLacks = "";  // pieces the response data must and must not contain
   } kCases[] = {
-      // clang-format off
       // Device list, filters and methods.
       {1, qfi("/v2/endpoints", "GET"), 200, R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})"},
       {1, qfi(reachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
@@ -124,12 +114,9 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("events", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})"},
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
-      // clang-format on
   };
   for (const auto& c : kCases) {
-    Home home = builtinHome();
-    Subscriptions subs;
-    Control control(subs);
+    Home home = builtinHome(); Subscriptions subs; Control control(subs);
     HandlerResult r = handleRequest(home, subs, "client", c.type, c.payload, &control);
     const std::string row = c.payload.substr(0, 200) + "\n" + r.data;
     EXPECT_EQ(r.code, c.code) << row;
@@ -142,12 +129,9 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
   const std::string kCt = "Corva.ColorTemperatureController";
   const struct {
     std::string payload;
-    const char* endpoint;  // the one device changed, its feature read back afterwards
-    const char* feature;
-    const char* value;
+    const char *endpoint, *feature, *value;  // the one device changed, its feature read back afterwards
     const char* eventNamespace;  // after "Corva.Endpoint.Feature."
   } kCases[] = {
-      // clang-format off
       {dfi("Corva.PowerController", "TurnOff", "ep-kitchen"), "ep-kitchen", "power", "\"OFF\"", "Power"},
       {dfi("Corva.BrightnessController", "AdjustBrightness", "light-kitchen", R"({"brightnessDelta":50})"), "ep-kitchen", "brightness", "100", "Brightness"},
       {dfi("Corva.BrightnessController", "AdjustBrightness", "ep-kitchen", R"({"brightnessDelta":-95})"), "ep-kitchen", "brightness", "0", "Brightness"},
@@ -159,12 +143,9 @@ TEST(RequestHandler, DirectivesChangeStateAndReportIt) {
       {sim("endpoints/light-kitchen", R"({"state":{"brightness":5}})"), "ep-kitchen", "brightness", "5", "Brightness"},
       // Only the reachable, known device of a batch changes.
       {batch("power/turnOn", R"({"batch":[{"endpointId":"ep-garage"},{"endpointId":"ghost"},{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), "ep-bedroom", "power", "\"ON\"", "Power"},
-      // clang-format on
   };
   for (const auto& c : kCases) {
-    Home home = builtinHome();
-    Subscriptions subs;
-    Control control(subs);
+    Home home = builtinHome(); Subscriptions subs; Control control(subs);
     HandlerResult r = handleRequest(home, subs, "client", 1, c.payload, &control);
     ASSERT_EQ(r.code, 200) << c.payload << "\n" << r.data;
     ASSERT_EQ(r.changes.size(), 1u) << c.payload;
@@ -199,12 +180,9 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   EXPECT_EQ(handleRequest(home, list, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
             R"({"clients":[{"client":"alice","subscriptions":[)" + kKitchen + "]}]}");
   const struct {
-    const char* client;
-    std::string payload;
-    int code;
+    const char* client; std::string payload; int code;
     std::string data;  // "" for any
   } kSteps[] = {
-      // clang-format off
       {"bob", subOp("get"), 200, R"({"subscriptions":[]})"},
       // A repeat gets the existing id; one over the cap of 2 creates nothing.
       {"alice", subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
@@ -225,7 +203,6 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("get", "{}"), 400, ""},
       // Repeats within one request take one place.
       {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
-      // clang-format on
   };
   for (const auto& s : kSteps) {
     auto r = handleRequest(home, list, s.client, 2, s.payload);
@@ -240,10 +217,7 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
   const StateChange kitchenPower{"light-kitchen", "ep-kitchen", "Corva.Endpoint.Feature.Power",
                                  "Property.PowerState.Change", "\"ON\""};
   const std::string kPower = "Corva.Endpoint.Feature.Power";
-  const struct {
-    Subscription sub;
-    bool matches;
-  } kCases[] = {
+  const struct { Subscription sub; bool matches; } kCases[] = {
       {{"", "ep-kitchen", "", {}}, true},
       {{"", "light-kitchen", "", {}}, true},
       {{"", "ep-living", "", {}}, false},
@@ -268,11 +242,8 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   const struct {
     std::vector<std::string> options;
     std::string payload;  // sent twice; the second answer is checked
-    bool answer;
-    int code;
-    int delayMs;
+    bool answer; int code, delayMs;
   } kCases[] = {
-      // clang-format off
       {{"--fault", "path:/v2/endpoints,respond:503:x"}, qfi("/v2/endpoints/?a=b", "GET"), true, 503, 0},
       {{"--fault", "path:*,respond:503:x"}, qfi("/sim/groups", "GET"), true, 200, 0},
       {{"--fault", "path:/v2/endpoints/batch/*,silence"}, kOn, false, 0, 0},
@@ -282,17 +253,14 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
       {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kOn, true, 500, 0},
       {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kOn, true, 201, 0},
       {{"--fault", "request:2,delay:10", "--no-response"}, kOn, false, 0, 10},
-      // clang-format on
   };
   for (const auto& c : kCases) {
     std::vector<const char*> argv = {"ornsim"};
     for (const auto& a : c.options)
       argv.push_back(a.c_str());
-    Options o;
-    std::string err;
+    Options o; std::string err;
     ASSERT_TRUE(parseOptions(static_cast<int>(argv.size()), argv.data(), &o, &err)) << err;
-    Home home = builtinHome();
-    Subscriptions subs;
+    Home home = builtinHome(); Subscriptions subs;
     Simulation sim(o, home, subs, nullptr);
     sim.serve("c", 1, c.payload);
     const Simulation::Outcome out = sim.serve("c", 1, c.payload);
@@ -304,5 +272,6 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   }
 }
 
+// clang-format on
 }  // namespace
 }  // namespace ornsim

@@ -13,10 +13,7 @@ constexpr char kEmptyHeadAndEndpoint[] =
 
 // No payload, "{}", "{bad" and the depth bound are pinned by the dfi end-to-end cases.
 TEST(DFIRequest, JsonText) {
-  static const struct {
-    std::string payload;
-    std::string want;
-  } kCases[] = {
+  static const struct { std::string payload; std::string want; } kCases[] = {
       {"[1,2]", std::string(kEmptyHeadAndEndpoint) + R"(,"payload":[1,2]})"},
       {"5", std::string(kEmptyHeadAndEndpoint) + R"(,"payload":5})"},
       {R"( {"a" : {"b":null}} )",

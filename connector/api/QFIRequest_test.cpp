@@ -6,13 +6,8 @@ namespace ornwick::ornConnector::api {
 namespace {
 
 TEST(QFIRequest, JsonText) {
-  static const struct {
-    const char* path;
-    int method;
-    const char* body;
-    const char* want;
-  } kCases[] = {
-      // clang-format off
+  // clang-format off
+  static const struct { const char* path; int method; const char* body; const char* want; } kCases[] = {
       {"/v2/endpoints/id1/features/power/", 1, "", R"({"path":"/v2/endpoints/id1/features/power/","method":"GET"})"},
       {"/p", 0, "", R"({"path":"/p","method":"UNKNOWN"})"},
       {"/p", 3, "", R"({"path":"/p","method":"UNKNOWN"})"},

@@ -13,10 +13,7 @@ QfiPath storedPath(const char* text, int32_t kind = QfiPath::kWhole) {
 }
 
 TEST(QfiPath, RendersEachKind) {
-  static const struct {
-    QfiPath path;
-    const char* want;
-  } kCases[] = {
+  static const struct { QfiPath path; const char* want; } kCases[] = {
       {QfiPath::batchDirective("power", "turnOn"), "/v2/endpoints/batch/interfaces/power/turnOn/"},
       {QfiPath::batchDirective("power", ""), "/v2/endpoints/batch/interfaces/power/"},
       {QfiPath::endpointFeature("id1", "power"), "/v2/endpoints/id1/features/power/"},

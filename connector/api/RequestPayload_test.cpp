@@ -8,6 +8,7 @@
 
 namespace ornwick::ornConnector::api {
 namespace {
+// clang-format off
 
 std::shared_ptr<QFIRequest> qfi(const char* path, const char* body = "") {
   auto r = std::make_shared<QFIRequest>();
@@ -32,18 +33,11 @@ constexpr char kDfiB[] =
 
 // Single-part payloads are pinned by the one-shot end-to-end cases.
 TEST(RequestPayload, JsonText) {
-  static const struct {
-    const char* name;
-    std::shared_ptr<QFIRequest> qfi;
-    std::vector<std::shared_ptr<DFIRequest>> dfis;
-    std::string want;
-  } kCases[] = {
-      // clang-format off
+  static const struct { const char* name; std::shared_ptr<QFIRequest> qfi; std::vector<std::shared_ptr<DFIRequest>> dfis; std::string want; } kCases[] = {
       {"nothing", nullptr, {}, ""},
       {"qfi first, dfis in order", qfi("/p"), {dfi("B", "[]"), dfi("A")}, std::string(R"({"qfi":{"path":"/p","method":"GET"},"dfi":[)") + kDfiB + "," + kDfiA + "]}"},
       {"unparseable dfi is null", nullptr, {dfi("A"), dfi("X", "{bad"), nullptr}, std::string(R"({"dfi":[)") + kDfiA + ",null,null]}"},
       {"unparseable qfi is null", qfi("/p", "nope"), {}, R"({"qfi":null,"dfi":[]})"},
-      // clang-format on
   };
   for (const auto& c : kCases) {
     RequestPayload p;
@@ -54,20 +48,12 @@ TEST(RequestPayload, JsonText) {
 }
 
 TEST(ORNRequestBuilder, Build) {
-  static const struct {
-    const char* name;
-    int32_t type;
-    bool withQfi;
-    const char* raw;
-    const char* want;
-  } kCases[] = {
-      // clang-format off
+  static const struct { const char* name; int32_t type; bool withQfi; const char* raw; const char* want; } kCases[] = {
       {"type 1 with nothing", 1, false, "ignored", ""},
       {"type 0 still uses the payload", 0, true, "ignored", R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
       {"type 3 uses the payload", 3, true, "", R"({"qfi":{"path":"/b","method":"POST","requestBody":{"x":1}},"dfi":[]})"},
       {"type 2 is raw verbatim", 2, true, " {not json ", " {not json "},
       {"type 2 with empty raw", 2, true, "", ""},
-      // clang-format on
   };
   for (const auto& c : kCases) {
     ORNRequestBuilder b;
@@ -87,5 +73,6 @@ TEST(ORNRequestBuilder, Build) {
   }
 }
 
+// clang-format on
 }  // namespace
 }  // namespace ornwick::ornConnector::api

@@ -7,12 +7,8 @@ namespace {
 
 // The create, delete and list texts are pinned end to end; these are the corners.
 TEST(SubscriptionRequest, JsonText) {
-  static const struct {
-    const char* name;
-    void (*fill)(SubscriptionRequestBuilder&);
-    const char* want;
-  } kCases[] = {
-      // clang-format off
+  // clang-format off
+  static const struct { const char* name; void (*fill)(SubscriptionRequestBuilder&); const char* want; } kCases[] = {
       {"delete, empty entities and event types",
        [](SubscriptionRequestBuilder& r) { r.request()->operation = SubscriptionRequest::DELETE; SubscriptionBuilder(&r).append(); },
        R"({"operation":"delete","subscriptions":[{"entities":{},"eventTypes":[]}]})"},

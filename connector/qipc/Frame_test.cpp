@@ -57,10 +57,7 @@ TEST(Frame, DecoderFindsFramesWhateverTheReadSizes) {
 }
 
 TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
-  static const struct {
-    std::string stream;
-    Frames want;
-  } kCases[] = {
+  static const struct { std::string stream; Frames want; } kCases[] = {
       {header(0), {"<error>"}},
       {header(kMaxFrameSize + 1) + "x", {"<error>"}},
       {header(0xffffffffu), {"<error>"}},

@@ -19,11 +19,8 @@ inline std::vector<std::string> splitArgs(const std::string& line) {
   std::string arg;
   bool quoted = false, open = false;
   for (char c : line + ' ') {
-    if (c == '\'') {
-      quoted = !quoted;
-      open = true;
-    } else if (c != ' ' || quoted) {
-      arg += c;
+    if (c != ' ' || quoted) {
+      c == '\'' ? void(quoted = !quoted) : void(arg += c);
       open = true;
     } else if (open) {
       args.push_back(arg);

@@ -117,9 +117,10 @@ TEST(OneShot, UsageAndConnection) {
   });
 }
 
-TEST(OneShot, Devices) {
+TEST(OneShot, DevicesPowerAndBrightness) {
   const char* query = R"(1 {"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})";
   const std::string async = std::string("A") + query, sync = std::string("S") + query;
+  const char* powerHelp = "Usage: orncli power <turnOn|turnOff|get> [options]\n  --endpoints <id1,id2>  (turnOn/turnOff)\n  --endpoint <id>        (get)\n";
   run({
       {"devices", async.c_str()},
       // Global flags are found anywhere; other dashed words before the subcommand are skipped.
@@ -136,17 +137,11 @@ TEST(OneShot, Devices) {
       {"devices", async.c_str(), 0, R"({"requestId":"<ID>","responseCode":404,"responseData":{"error":"no such endpoint"}})" "\n", "", R"(--respond '404:{"error":"no such endpoint"}')"},
       {"devices", async.c_str(), 0, R"({"requestId":"<ID>","responseCode":500,"responseData":not json: at all})" "\n", "", "--respond '500:not json: at all'"},
       {"--timeout 1 devices", nullptr, 2, "", "request_failed: Failed to send devices request", "--no-response"},
-  });
-}
-
-TEST(OneShot, Power) {
-  const char* help = "Usage: orncli power <turnOn|turnOff|get> [options]\n  --endpoints <id1,id2>  (turnOn/turnOff)\n  --endpoint <id>        (get)\n";
-  run({
       {"power turnOn --endpoints e1,e2", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{}}},"dfi":[]})"},
       {"power turnOff --endpoints ,a,,b,", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOff/","method":"POST","requestBody":{"batch":[{"endpointId":""},{"endpointId":"a"},{"endpointId":""},{"endpointId":"b"}],"directivePayload":{}}},"dfi":[]})"},
       {"power get --endpoint e1 --endpoints x,y --endpoint e2", R"(A1 {"qfi":{"path":"/v2/endpoints/e1/features/power/","method":"GET"},"dfi":[]})"},
-      {"power", "", 1, help},
-      {"power --help", "", 0, help},
+      {"power", "", 1, powerHelp},
+      {"power --help", "", 0, powerHelp},
       {"power TurnOn --endpoints e1", "", 1, "", "invalid_argument: Unknown power action: TurnOn. Use turnOn, turnOff, or get"},
       {"power get --endpoints e1", "", 1, "", "missing_argument: --endpoint is required for power get"},
       {"power turnOn", "", 1, "", "missing_argument: --endpoints is required for power turnOn"},
@@ -154,17 +149,11 @@ TEST(OneShot, Power) {
       // A zero response timeout gives up as soon as the request is handed over.
       {"--timeout 0 power get --endpoint e", nullptr, 2, "", "request_failed: Failed to send power get request", "--no-response"},
       {"--timeout 0 power turnOff --endpoints e", nullptr, 2, "", "request_failed: Failed to send power turnOff request", "--no-response"},
-  });
-}
-
-TEST(OneShot, Brightness) {
-  run({
       // Trimmed; the range is advice only, and numbers saturate at 32 bits.
       {"brightness set --endpoints e1,e2 --value ' 99999999999 '", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/setBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"},{"endpointId":"e2"}],"directivePayload":{"brightness":2147483647}}},"dfi":[]})"},
       {"brightness adjust --value oops --endpoints e1 --delta -99999999999", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/brightness/adjustBrightness/","method":"POST","requestBody":{"batch":[{"endpointId":"e1"}],"directivePayload":{"brightnessDelta":-2147483648}}},"dfi":[]})"},
       {"brightness get --endpoint e9", R"(A1 {"qfi":{"path":"/v2/endpoints/e9/features/brightness/","method":"GET"},"dfi":[]})"},
-      {"brightness", "", 1, "Usage: orncli brightness <set|adjust|get> [options]\n  --endpoints <id1,id2>  (set/adjust)\n"
-                            "  --endpoint <id>        (get)\n  --value <0-100>        (set)\n  --delta <-100 to 100>  (adjust)\n"},
+      {"brightness", "", 1, "Usage: orncli brightness <set|adjust|get> [options]\n  --endpoints <id1,id2>  (set/adjust)\n  --endpoint <id>        (get)\n  --value <0-100>        (set)\n  --delta <-100 to 100>  (adjust)\n"},
       {"brightness dim", "", 1, "", "invalid_argument: Unknown brightness action: dim"},
       {"brightness get", "", 1, "", "missing_argument: --endpoint is required for brightness get"},
       {"brightness set --value x", "", 1, "", "missing_argument: --endpoints is required for brightness set"},
@@ -178,16 +167,18 @@ TEST(OneShot, Brightness) {
   });
 }
 
-TEST(OneShot, ColorAndColorTemp) {
-  const char* help = "Usage: orncli color set [options]\n  --endpoints <id1,id2>\n  --hue <0-360>\n  --saturation <0.0-1.0>\n  --brightness <0.0-1.0>\n";
+TEST(OneShot, ColorStateDfiAndQfi) {
+  const char* colorHelp = "Usage: orncli color set [options]\n  --endpoints <id1,id2>\n  --hue <0-360>\n  --saturation <0.0-1.0>\n  --brightness <0.0-1.0>\n";
+  const char* stateHelp = "Usage: orncli state <get|report> [options]\n  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
+  const std::string deep = "dfi --entity e --endpoint p --namespace n --name x --payload " + std::string(65000, '[') + std::string(65000, ']');
   run({
       {"color set --endpoints id1,id2 --hue 120 --saturation 0.5 --brightness 0.8", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"},{"endpointId":"id2"}],"directivePayload":{"color":{"hue":120.0,"saturation":0.5,"brightness":0.8}}}},"dfi":[]})"},
       // Lenient on purpose: junk reads as 0.0, trailing junk is ignored, ranges are advice.
       {"color set --endpoints id1 --hue abc --saturation 2x --brightness -1", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST","requestBody":{"batch":[{"endpointId":"id1"}],"directivePayload":{"color":{"hue":0.0,"saturation":2.0,"brightness":-1.0}}}},"dfi":[]})"},
       // A non-finite value cannot be written, so the body is dropped.
       {"color set --endpoints id1 --hue nan --saturation 1 --brightness 1", R"(A1 {"qfi":{"path":"/v2/endpoints/batch/interfaces/color/setColor/","method":"POST"},"dfi":[]})"},
-      {"color", "", 1, help},
-      {"color set --help", "", 0, help},
+      {"color", "", 1, colorHelp},
+      {"color set --help", "", 0, colorHelp},
       {"color SET", "", 1, "", "invalid_argument: Unknown color action: SET. Use set"},
       {"color set --brightness 1", "", 1, "", "missing_argument: --endpoints is required"},
       {"color set --endpoints e1", "", 1, "", "missing_argument: --hue is required"},
@@ -202,18 +193,11 @@ TEST(OneShot, ColorAndColorTemp) {
       {"colortemp set --endpoints e1 --kelvin ''", "", 1, "", "missing_argument: --kelvin is required"},
       {"colortemp set --endpoints e1 --kelvin 3500x", "", 1, "<WARN>", "invalid_argument: Invalid kelvin value: 3500x"},
       {"--timeout 0 colortemp set --endpoints e --kelvin 2000", nullptr, 2, "", "request_failed: Failed to send colortemp set request", "--no-response"},
-  });
-}
-
-TEST(OneShot, State) {
-  const char* help = "Usage: orncli state <get|report> [options]\n  get:    --endpoint <id> --feature <name> [--latency HIGH|LOW]\n"
-                     "  report: --entity <id> --endpoint <id> --friendly-name <name>\n";
-  run({
       {"state get --endpoint id1 --feature power", R"(A3 {"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET"},"dfi":[]})"},
       {"state get --endpoint id1 --feature brightness --latency medium", R"(A3 {"qfi":{"path":"/v2/endpoints/id1/features/brightness/","method":"GET","requestBody":{"latencyTolerance":"medium"}},"dfi":[]})"},
       {"state report --entity eid1 --endpoint epid1 --friendly-name 'My Light'", R"(A3 {"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":"My Light"},"payload":{}}]})"},
-      {"state", "", 1, help},
-      {"state --help", "", 0, help},
+      {"state", "", 1, stateHelp},
+      {"state --help", "", 0, stateHelp},
       {"state GET", "", 1, "", "invalid_argument: Unknown state action: GET. Use get or report"},
       {"state get", "", 1, "", "missing_argument: --endpoint is required for state get"},
       {"state get --endpoint e1", "", 1, "", "missing_argument: --feature is required for state get"},
@@ -222,20 +206,13 @@ TEST(OneShot, State) {
       {"state report --entity a --endpoint b", "", 1, "", "missing_argument: --friendly-name is required for state report"},
       {"--timeout 0 state get --endpoint e --feature power", nullptr, 2, "", "request_failed: Failed to send state get request", "--no-response"},
       {"--timeout 0 state report --entity a --endpoint b --friendly-name c", nullptr, 2, "", "request_failed: Failed to send state report request", "--no-response"},
-  });
-}
-
-TEST(OneShot, DfiAndQfi) {
-  const std::string deep = "dfi --entity e --endpoint p --namespace n --name x --payload " + std::string(65000, '[') + std::string(65000, ']');
-  run({
       {"dfi --entity eid1 --endpoint epid1 --namespace Corva.PowerController --name TurnOn", R"(A1 {"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"eid1","endpointId":"epid1","friendlyName":""},"payload":{}}]})"},
       {R"(dfi --entity e --endpoint p --namespace Corva.BrightnessController --name SetBrightness --payload {"brightness":[1,2]})", R"(A1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"e","endpointId":"p","friendlyName":""},"payload":{"brightness":[1,2]}}]})"},
       // Not validated on purpose: the unparseable directive goes out as null.
       {"dfi --entity e --endpoint p --namespace n --name x --payload {bad", R"(A1 {"dfi":[null]})"},
       {deep.c_str(), R"(A1 {"dfi":[null]})"},
       {"dfi", "", 1, "", "missing_argument: --entity is required"},
-      {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n"
-                            "  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
+      {"dfi --help", "", 0, "Usage: orncli dfi [options]\n  --entity <id>       Entity ID (required)\n  --endpoint <id>     Endpoint ID (required)\n  --namespace <ns>    DFI namespace (required)\n  --name <directive>  Directive name (required)\n  --payload <json>    JSON payload (optional)\n"},
       {"dfi --entity a", "", 1, "", "missing_argument: --endpoint is required"},
       {"dfi --entity a --endpoint b", "", 1, "", "missing_argument: --namespace is required"},
       {"dfi --entity a --endpoint b --namespace c", "", 1, "", "missing_argument: --name is required"},
@@ -243,18 +220,14 @@ TEST(OneShot, DfiAndQfi) {
       {"qfi --path /v2/endpoints/id1/features/power/ --method GET", R"(A1 {"qfi":{"path":"/v2/endpoints/id1/features/power/","method":"GET","requestBody":{}},"dfi":[]})"},
       {R"(qfi --path /v2/endpoints --method get --body {"a":[true]})", R"(A1 {"qfi":{"path":"/v2/endpoints","method":"UNKNOWN","requestBody":{"a":[true]}},"dfi":[]})"},
       {"qfi", "", 1, "", "missing_argument: --path is required"},
-      {"qfi --help", "", 0, "Usage: orncli qfi [options]\n  --path <path>       QFI path (required)\n  --method <GET|POST> HTTP method (required)\n"
-                            "  --body <json>       Request body for POST (optional)\n"},
+      {"qfi --help", "", 0, "Usage: orncli qfi [options]\n  --path <path>       QFI path (required)\n  --method <GET|POST> HTTP method (required)\n  --body <json>       Request body for POST (optional)\n"},
       {"qfi --path /v2/endpoints", "", 1, "", "missing_argument: --method is required"},
       {"--timeout 0 qfi --path /x --method POST", nullptr, 2, "", "request_failed: Failed to send QFI request", "--no-response"},
   });
 }
 
-TEST(OneShot, Subscribe) {
-  const char* help = "Usage: orncli subscribe <create|delete|list|listen> [options]\n  create/delete:\n"
-                     "    --endpoint <entityId>       Endpoint entity ID\n    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n"
-                     "  list: (no additional options)\n  listen:\n    --create <eid:ns:name>      Create subscription and listen (repeatable)\n"
-                     "    --timeout <seconds>         Listen timeout (required)\n";
+TEST(OneShot, SubscribeAndListen) {
+  const char* help = "Usage: orncli subscribe <create|delete|list|listen> [options]\n  create/delete:\n    --endpoint <entityId>       Endpoint entity ID\n    --events <ns1:name1,...>     Comma-separated namespace:eventName pairs\n  list: (no additional options)\n  listen:\n    --create <eid:ns:name>      Create subscription and listen (repeatable)\n    --timeout <seconds>         Listen timeout (required)\n";
   run({
       {"subscribe list", R"(A2 {"operation":"get","subscriptions":[]})"},
       {"--sync --timeout 0 subscribe list", R"(S2 {"operation":"get","subscriptions":[]})"},
@@ -268,29 +241,14 @@ TEST(OneShot, Subscribe) {
       {"subscribe create --endpoint e1 --events nocolon,,", "", 1, "", "invalid_argument: Invalid --events format. Use ns1:name1,ns2:name2"},
       {"--timeout 0 subscribe list", nullptr, 2, "", "request_failed: Failed to send subscribe list request", "--no-response"},
       {"--timeout 0 subscribe delete --endpoint e --events a:b", nullptr, 2, "", "request_failed: Failed to send subscribe delete request", "--no-response"},
-  });
-}
-
-TEST(OneShot, SubscribeListen) {
-  run({
       // Only state changes (21) are printed, raw; each event is taken before the next replaces it.
-      {"subscribe listen --create eid1:ns:n --timeout 3",
-       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0,
-       "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}",
-       R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
+      {"subscribe listen --create eid1:ns:n --timeout 3", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0, "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}", R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
       // A zero or negative listening time ends after the confirmations; --sync because the
       // listening time is also the response timeout.
-      {"--sync subscribe listen --create e1:ns:a:b --timeout 0",
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
-      {"--sync subscribe listen --timeout -5 --create e1:n1:x --create e2:n2:y",
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"n1","name":"x"}]}]})" "\n"
-       R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e2"}},"eventTypes":[{"namespace":"n2","name":"y"}]}]})", 0,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\n{\"subscription_created\":\"e2\",\"responseCode\":200}"},
+      {"--sync subscribe listen --create e1:ns:a:b --timeout 0", R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
+      {"--sync subscribe listen --timeout -5 --create e1:n1:x --create e2:n2:y", R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"n1","name":"x"}]}]})" "\n" R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e2"}},"eventTypes":[{"namespace":"n2","name":"y"}]}]})", 0, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\n{\"subscription_created\":\"e2\",\"responseCode\":200}"},
       // The first subscription stays when a later value is malformed.
-      {"subscribe listen --create e1:ns:n --create bad --timeout 2",
-       R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1,
-       "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
+      {"subscribe listen --create e1:ns:n --create bad --timeout 2", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 1, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}\ninvalid_argument: Invalid --create format: bad. Use entityId:namespace:eventName"},
       {"subscribe listen --timeout 5 --create", "", 1, "", "missing_argument: --create is required for subscribe listen"},
       {"subscribe listen --create e:n:x", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
       {"subscribe listen --create e:n:x --timeout", "", 1, "", "missing_argument: --timeout is required for subscribe listen"},
@@ -303,8 +261,7 @@ TEST(OneShot, SubscribeListen) {
       // The value after a --create is never skipped, so the second one is read as a value.
       {"subscribe listen --create --create e:n:x --timeout 1", "", 1, "", "invalid_argument: Invalid --create format: --create. Use entityId:namespace:eventName"},
       // The listening time also bounds each confirmation: 0 s is too short here.
-      {"subscribe listen --create e:ns:n --create f:ns:n --timeout 0", nullptr, 2, "",
-       "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
+      {"subscribe listen --create e:ns:n --create f:ns:n --timeout 0", nullptr, 2, "", "request_failed: Failed to create subscription for e:ns:n", "--response-delay-ms 1000"},
   });
 }
 

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <rapidjson/document.h>
 #include <signal.h>
 #include <sys/inotify.h>
 #include <sys/prctl.h>
@@ -81,10 +80,9 @@ LiveProcess::LiveProcess(const std::string& exe, const std::vector<std::string>&
     err[1] = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   }
   std::vector<std::string> envStrings;
-  for (char** e = environ; *e; ++e) {
+  for (char** e = environ; *e; ++e)
     if (!env.count(std::string(*e).substr(0, std::string(*e).find('='))))
       envStrings.emplace_back(*e);
-  }
   for (const auto& [key, value] : env)
     envStrings.push_back(key + "=" + value);
   std::vector<char*> argv{const_cast<char*>(exe.c_str())}, envp;
@@ -128,10 +126,9 @@ LiveProcess::~LiveProcess() {
 bool LiveProcess::waitFor(int stream, const std::string& needle, size_t from) {
   const std::string& text = stream == 1 ? out_ : err_;
   const auto deadline = Clock::now() + Seconds(10);
-  while (text.find(needle, from) == std::string::npos) {
+  while (text.find(needle, from) == std::string::npos)
     if (fds_[stream] < 0 || !pump(deadline))
       return false;
-  }
   return true;
 }
 
@@ -174,18 +171,14 @@ bool LiveProcess::pump(Clock::time_point deadline) {
 }
 
 RunResult LiveProcess::finish(Seconds timeout) {
-  RunResult result;
   closeIn_ = true;
   const auto deadline = Clock::now() + timeout;
   while (pid_ > 0 && (fds_[1] >= 0 || fds_[2] >= 0) &&
          (pump(deadline) || Clock::now() < deadline)) {
   }
-  if (pid_ > 0)
-    result.exitCode = reap(pid_, deadline);
+  const int exitCode = pid_ > 0 ? reap(pid_, deadline) : -1;
   pid_ = -1;
-  result.out = out_;
-  result.err = err_;
-  return result;
+  return {exitCode, out_, err_};
 }
 
 Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
@@ -196,9 +189,8 @@ Ornsim::Ornsim(const std::vector<std::string>& extraArgs)
   running_ = process_.waitForOut("\n") && process_.out() == "ready " + socket_ + "\n";
   if (!running_) {
     const RunResult r = process_.finish(Seconds(5));
-    std::ifstream errLog(dir_.file("ornsim.stderr"));
-    const std::string errText((std::istreambuf_iterator<char>(errLog)), {});
-    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" + errText + "'";
+    error_ = "ornsim did not get ready; stdout: '" + r.out + "' stderr: '" +
+             fileText(dir_.file("ornsim.stderr")) + "'";
   }
 }
 
@@ -246,13 +238,9 @@ std::vector<std::string> Ornsim::recordedRequests() const {
   return requests;
 }
 
-std::string jsonStringMember(const std::string& jsonLine, const std::string& key) {
-  rapidjson::Document doc;
-  doc.Parse(jsonLine.c_str());
-  if (doc.HasParseError() || !doc.IsObject())
-    return "";
-  auto it = doc.FindMember(key.c_str());
-  return it == doc.MemberEnd() || !it->value.IsString() ? "" : it->value.GetString();
+std::string fileText(const std::string& path) {
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 }  // namespace orntest

@@ -44,7 +44,6 @@ class LiveProcess {
 
   pid_t pid() const { return pid_; }
   const std::string& out() const { return out_; }
-  const std::string& err() const { return err_; }
   // Waits (10 s at most) until needle stands in stdout (stderr) at or after from; false when
   // the time passes or the stream ends first.
   bool waitForOut(const std::string& needle, size_t from = 0) { return waitFor(1, needle, from); }
@@ -95,12 +94,8 @@ class Ornsim {
   bool running_ = false;
 };
 
-inline std::string ornsimPath() {
-  return ORN_ORNSIM_PATH;
-}
-inline std::string orncliPath() {
-  return ORN_ORNCLI_PATH;
-}
+inline std::string ornsimPath() { return ORN_ORNSIM_PATH; }
+inline std::string orncliPath() { return ORN_ORNCLI_PATH; }
 // The environment that points orncli (or any client of the library) at socketPath.
 inline Env clientEnv(const std::string& socketPath) {
   return {{"ORN_QIPC_SOCKET", socketPath}};
@@ -113,7 +108,7 @@ inline RunResult runProcess(const std::string& exe, const std::vector<std::strin
 inline RunResult runOrncli(const std::string& socketPath, const std::vector<std::string>& args) {
   return runProcess(orncliPath(), args, clientEnv(socketPath));
 }
-// A JSON string member of a one-line JSON object; "" when absent.
-std::string jsonStringMember(const std::string& jsonLine, const std::string& key);
+// The whole text of a file; "" when it cannot be read.
+std::string fileText(const std::string& path);
 
 }  // namespace orntest

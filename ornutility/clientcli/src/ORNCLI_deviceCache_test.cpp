@@ -8,8 +8,7 @@
 namespace ornwick::ornUtility {
 namespace {
 
-// One device as "entityId|endpointId|iface,iface;", so a table row fits on a
-// line.
+// One device as "entityId|endpointId|iface,iface;", so a table row fits on a line.
 std::string describe(const std::vector<CachedDevice>& devices) {
   std::string text;
   for (const CachedDevice& d : devices) {
@@ -24,10 +23,7 @@ std::string describe(const std::vector<CachedDevice>& devices) {
 
 TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
   const std::string nested = std::string(200000, '[') + std::string(200000, ']');
-  const struct {
-    std::string input;
-    const char* expected;
-  } kCases[] = {
+  const struct { std::string input; const char* expected; } kCases[] = {
       // Not a device list at all.
       {"", ""},
       {"{\"results\":[{\"id\":\"a\"}]", ""},  // truncated

@@ -18,17 +18,15 @@ namespace {
 // when the terminal closes first.
 bool readUntil(int fd, const std::string& needle, std::string* seen,
                std::chrono::steady_clock::time_point deadline) {
-  using std::chrono::milliseconds;
   while (seen->find(needle) == std::string::npos) {
-    auto left =
-        std::chrono::duration_cast<milliseconds>(deadline - std::chrono::steady_clock::now());
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
     pollfd p{fd, POLLIN, 0};
     char buf[256];
     ssize_t n = 0;
     if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0 ||
-        (n = read(fd, buf, sizeof buf)) <= 0) {
+        (n = read(fd, buf, sizeof buf)) <= 0)
       return false;
-    }
     seen->append(buf, static_cast<size_t>(n));
   }
   return true;
