@@ -8,24 +8,15 @@
 namespace zedLocalUtil::jsonUtil {
 namespace {
 
+// Non-finite values cannot be written, so nothing is (the color set end-to-end case shows a
+// body holding one dropped whole).
 TEST(Serialize, DoublesAlwaysCarryAFractionOrExponent) {
   static const struct { double input; const char* want; } kCases[] = {
       {120.0, "120.0"}, {-10.0, "-10.0"}, {0.0, "0.0"}, {1e21, "1e21"}, {1e-7, "1e-7"},
+      {std::numeric_limits<double>::quiet_NaN(), ""}, {-std::numeric_limits<double>::infinity(), ""},
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(c.want, serialize(JsonValue(c.input))) << c.input;
-  }
-}
-
-TEST(Serialize, NonFiniteGivesEmptyText) {
-  static const double kCases[] = {std::numeric_limits<double>::quiet_NaN(),
-                                  std::numeric_limits<double>::infinity(),
-                                  -std::numeric_limits<double>::infinity()};
-  for (double d : kCases) {
-    JsonDocument doc;
-    doc.SetObject();
-    doc.AddMember("ok", 1, doc.GetAllocator()).AddMember("bad", d, doc.GetAllocator());
-    EXPECT_EQ("", serialize(doc)) << d;
   }
 }
 
