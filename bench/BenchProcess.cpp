@@ -56,6 +56,21 @@ int exitCode(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Appends what fd has to *buffer, waiting until the deadline; false at the deadline or at
+// the end of the stream.
+bool readMore(int fd, std::string* buffer, Clock::time_point deadline) {
+  pollfd p{fd, POLLIN, 0};
+  int n;
+  while ((n = poll(&p, 1, msLeft(deadline))) < 0 && errno == EINTR) {
+  }
+  char buf[4096];
+  ssize_t got = n > 0 ? read(fd, buf, sizeof(buf)) : 0;
+  if (got <= 0)
+    return false;
+  buffer->append(buf, static_cast<size_t>(got));
+  return true;
+}
+
 }  // namespace
 
 TimedRun timedRun(const std::vector<std::string>& argv) {
@@ -153,19 +168,9 @@ Child::~Child() {
 
 bool Child::waitFor(int fd, std::string* buffer, const std::string& needle,
                     Clock::time_point deadline) {
-  while (buffer->find(needle) == std::string::npos) {
-    pollfd p{fd, POLLIN, 0};
-    int n = poll(&p, 1, msLeft(deadline));
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
+  while (buffer->find(needle) == std::string::npos)
+    if (!readMore(fd, buffer, deadline))
       return false;
-    char buf[4096];
-    ssize_t got = read(fd, buf, sizeof(buf));
-    if (got <= 0)
-      return false;
-    buffer->append(buf, static_cast<size_t>(got));
-  }
   return true;
 }
 
@@ -187,17 +192,8 @@ bool Child::nextOutLine(Clock::time_point deadline) {
       linesSeen_ = 0;
       return true;
     }
-    pollfd p{out_, POLLIN, 0};
-    int n = poll(&p, 1, msLeft(deadline));
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
+    if (!readMore(out_, &outText_, deadline))
       return false;
-    char buf[4096];
-    ssize_t got = read(out_, buf, sizeof(buf));
-    if (got <= 0)
-      return false;
-    outText_.append(buf, static_cast<size_t>(got));
   }
 }
 
