@@ -47,7 +47,7 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
     std::vector<std::string> problems;  // each must appear, in this order
   } kCases[] = {
       // clang-format off
-      {"{", {"not valid JSON"}},
+      {"{", {"not valid JSON: Missing a name for object member. at offset 1"}},
       {"[]", {"top level must be an object"}},
       {"{}", {"\"devices\" must be an array"}},
       {R"({"devices":[{}]})", {"devices[0]: missing \"id\""}},

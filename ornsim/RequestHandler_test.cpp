@@ -111,7 +111,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("endpoints", R"({"id":"x","interfaces":["Corva.Power"]})"), 400, "unknown interface"},
       {1, sim("endpoints/light-kitchen/remove"), 200, "SUCCESS"},
       {1, sim("events", R"({"eventType":"21"})"), 400, "invalid_body"},
-      {1, sim("events", R"({"eventType":21,"payload":{"a":1}})"), 200, R"({"sent":0})"},
+      {1, sim("events", R"({"eventType":21,"payload":{"a":1},"client":"bob"})"), 200, R"({"sent":0})"},
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
   };
