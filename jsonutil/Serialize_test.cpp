@@ -13,7 +13,8 @@ namespace {
 TEST(Serialize, DoublesAlwaysCarryAFractionOrExponent) {
   static const struct { double input; const char* want; } kCases[] = {
       {120.0, "120.0"}, {-10.0, "-10.0"}, {0.0, "0.0"}, {1e21, "1e21"}, {1e-7, "1e-7"},
-      {std::numeric_limits<double>::quiet_NaN(), ""}, {-std::numeric_limits<double>::infinity(), ""},
+      {std::numeric_limits<double>::quiet_NaN(), ""},
+      {-std::numeric_limits<double>::infinity(), ""},
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(c.want, serialize(JsonValue(c.input))) << c.input;

@@ -49,7 +49,7 @@ TEST(Options, RejectsBadCommandLines) {
       {"--response-delay-ms", "-1"}, {"--register-delay-ms", "1s"},
       {"--register-delay-ms", "99999999999"}, {"extra"}, {"--fault", "path:/x"},
       {"--fault", "path:,silence"}, {"--fault", "request:0,silence"},
-      {"--fault", "endpoint:e,delay:-1"}, {"--fault", "endpoint:e,respond:5x:"},
+      {"--fault", "endpoint:e,delay:-1"}, {"--fault", "endpoint:e,delay:"}, {"--fault", "endpoint:e,respond:5x:"},
       {"--fault", "host:e,silence"}, {"--state"}, {"--max-connections", "0"},
       {"--frame-budget", "64M"}, {"--frame-timeout-ms", "0"}, {"--max-subscriptions", "-1"},
   };

@@ -479,7 +479,8 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
     }
     // Unsent requests are held up to 16 MiB; past that a send fails.
     int held = 0;
-    while (!serviceReads && held < 40 && client->sendAsyncRequest(request(*client, 1, req->payload)))
+    while (!serviceReads && held < 40 &&
+           client->sendAsyncRequest(request(*client, 1, req->payload)))
       ++held;
     EXPECT_LT(held, 40);
     // Destroyed on another thread, the client must let go by the deadline.
