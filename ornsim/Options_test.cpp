@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ TEST(Options, ParsesFaultInjection) {
   std::string err;
   // clang-format off
   ASSERT_TRUE(parse({"--socket", "/s", "--home", "h.json", "--record", "r", "--no-register",
-                     "--register-delay-ms", "5", "--no-response", "--response-delay-ms", "7",
+                     "--register-delay-ms", "2147483647", "--no-response", "--response-delay-ms", "7",
                      "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:",
                      "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0",
                      "--state", "st", "-v", "-h", "--version"},
@@ -31,7 +32,7 @@ TEST(Options, ParsesFaultInjection) {
             "/s h.json r st");
   EXPECT_TRUE(o.noRegister && o.noResponse && o.respond && o.verbose && o.help && o.version);
   EXPECT_EQ(std::vector<int>({o.registerDelayMs, o.responseDelayMs, o.respondCode}),
-            std::vector<int>({5, 7, -1}));
+            std::vector<int>({INT_MAX, 7, -1}));
   EXPECT_EQ(o.respondData, "");
   std::string emits, faults;
   for (const auto& e : o.emits)

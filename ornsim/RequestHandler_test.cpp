@@ -45,14 +45,16 @@ std::string feature(const std::string& endpoint, const std::string& name) {
 TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
   const std::string reportDesk = dfi("Corva", "ReportState", "ep-desk").substr(8);
   const std::string reachable = "/v2/endpoints?filterExpression=features[name:connectivity]"
-                                ".properties[name:reachability].value.value=OK";
+                                ".properties[name:reachability].value.value=";
   const struct {
     int type; std::string payload; int code;
     const char *dataHas, *dataLacks = "";  // pieces the response data must and must not contain
   } kCases[] = {
       // Device list, filters and methods.
       {1, qfi("/v2/endpoints", "GET"), 200, R"({"id":"plug-kettle","externallyReportedId":"ep-kettle","friendlyName":"Kettle Plug","capabilities":{"interfaces":["Corva.PowerController"]}})"},
-      {1, qfi(reachable, "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
+      {1, qfi(reachable + "OK", "GET"), 200, "\"externallyReportedId\":\"ep-kitchen\"", "light-garage"},
+      {1, qfi(reachable + "UNREACHABLE", "GET"), 200, "\"id\":\"light-garage\"", "ep-kitchen"},
+      {1, qfi(reachable + "MAYBE", "GET"), 400, "reachability is OK or UNREACHABLE, not MAYBE"},
       {1, qfi("/v2/endpoints?filterExpression=name=x", "GET"), 400, "invalid_filter"},
       {1, qfi("/v2/endpoints?limit=3", "GET"), 400, "invalid_query"},
       {1, qfi("/v2/endpoints", "POST"), 405, "method_not_allowed"},
@@ -65,6 +67,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {3, feature("nobody", "power"), 404, "unknown_endpoint"},
       {3, qfi("/v2/endpoints/ep-living/features/power", "UNKNOWN"), 405, "method_not_allowed"},
       {1, qfi("/v2/endpoints/ep-living/features", "GET"), 404, "unknown_path"},
+      {1, qfi("/", "GET"), 404, "unknown_path"},
       // Batch directives.
       {1, batch("power/turnOn/", R"({"batch":[{"endpointId":"ep-bedroom"},{"endpointId":"ghost"}],"directivePayload":{}})"), 200, R"({"endpointId":"ghost","responseCode":404)"},
       {1, batch("brightness/setBrightness", R"({"groupId":"group-lights","directivePayload":{"brightness":40}})"), 200, R"({"endpointId":"light-garage","responseCode":503)"},
@@ -72,7 +75,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, batch("brightness/setBrightness", R"({"batch":[{"endpointId":"ep-bedroom"}],"directivePayload":{}})"), 400, "invalid_payload"},
       {1, batch("power/turnOn", R"({"groupId":"group-nowhere","directivePayload":{}})"), 404, "unknown_group"},
       {1, batch("power/turnOn", R"({"directivePayload":{}})"), 400, "invalid_body"},
-      {1, batch("power/toggle", R"({"batch":[]})"), 404, "unknown_directive"},
+      {1, batch("power/toggle", R"({"batch":[]})"), 404, "no directive toggle for power"},
       {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405, "method_not_allowed"},
       // DFI directives.
       {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS"},
