@@ -546,6 +546,25 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
   }
 }
 
+// A request's answer follows the events it caused and comes before the next request's.
+TEST(Ornsim, AnswersInOrderAfterTheEventsTheyCaused) {
+  orntest::Ornsim sim;
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  const std::string inject = ask("i", R"({\"qfi\":{\"path\":\"/sim/events\",\"method\":\"POST\",)"
+                                      R"(\"requestBody\":{\"eventType\":21,\"client\":\"r\"}}})");
+  const std::string hello = frame(R"({"kind":"register","clientName":"r","connectorType":1})");
+  const int fd = rawConnect(sim.socketPath());
+  ASSERT_TRUE(fd >= 0 && sendAll(fd, hello + inject + inject));
+  std::string order;
+  for (int i = 0; i < 6; ++i) {  // events 20 and 23 first
+    const std::string f = readFrame(fd);
+    order += f.find("\"eventType\":21") != std::string::npos ? "event "
+             : f.find("\"kind\":\"response\"") != std::string::npos ? "answer " : "";
+  }
+  EXPECT_EQ(order, "event answer event answer ");
+  close(fd);
+}
+
 TEST(Ornsim, WaitsForAFreeDescriptorWithOneLogLine) {
   orntest::TempDir dir;
   const std::string path = dir.file("s.sock");
