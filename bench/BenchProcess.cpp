@@ -56,15 +56,20 @@ int exitCode(int status) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Appends what fd has to *buffer, waiting until the deadline; false at the deadline or at
-// the end of the stream.
-bool readMore(int fd, std::string* buffer, Clock::time_point deadline) {
+// Waits until fd is readable; false at the deadline or on an error.
+bool waitReadable(int fd, Clock::time_point deadline) {
   pollfd p{fd, POLLIN, 0};
   int n;
   while ((n = poll(&p, 1, msLeft(deadline))) < 0 && errno == EINTR) {
   }
+  return n > 0;
+}
+
+// Appends what fd has to *buffer, waiting until the deadline; false at the deadline or at
+// the end of the stream.
+bool readMore(int fd, std::string* buffer, Clock::time_point deadline) {
   char buf[4096];
-  ssize_t got = n > 0 ? read(fd, buf, sizeof(buf)) : 0;
+  ssize_t got = waitReadable(fd, deadline) ? read(fd, buf, sizeof(buf)) : 0;
   if (got <= 0)
     return false;
   buffer->append(buf, static_cast<size_t>(got));
@@ -230,11 +235,7 @@ bool Conn::open(const std::string& socketPath, const std::string& clientName,
   bool registered = false;
   bool registerSent = false;
   while (!registered) {
-    pollfd p{fd_, POLLIN, 0};
-    int n = poll(&p, 1, msLeft(deadline));
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
+    if (!waitReadable(fd_, deadline))
       return false;
     char buf[16384];
     ssize_t got = recv(fd_, buf, sizeof(buf), MSG_DONTWAIT);
@@ -328,11 +329,7 @@ bool Conn::readResponse(Clock::time_point deadline) {
       return false;
     if (n > 0)
       return true;
-    pollfd p{fd_, POLLIN, 0};
-    int r = poll(&p, 1, msLeft(deadline));
-    if (r < 0 && errno == EINTR)
-      continue;
-    if (r <= 0)
+    if (!waitReadable(fd_, deadline))
       return false;
   }
 }
