@@ -4,10 +4,12 @@
 
 #include <android/log.h>
 #include <errno.h>
+#include <linux/random.h>
 #include <poll.h>
 #include <string.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,7 +20,6 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
-#include <random>
 #include <set>
 #include <thread>
 
@@ -114,6 +115,9 @@ class ORNClient::Impl {
   void trace(const char* format, ...) __attribute__((format(printf, 2, 3)));
   bool readAvailable(std::string* lost);
   bool writeAvailable();
+  // Writes the outbox until the socket would block; false on a broken
+  // connection. REQUIRES: mu_ held.
+  bool flushLocked();
   bool dispatch(const std::string& body, std::string* err);
   // Appends a message to the outbox. REQUIRES: mu_ held.
   bool enqueueLocked(const Message& m);
@@ -133,8 +137,9 @@ class ORNClient::Impl {
   int wakeFd_ = -1;
   std::thread io_;
 
-  // Touched by the I/O thread only.
+  // Written by the I/O thread under mu_; others read it under mu_.
   int fd_ = -1;
+  // Touched by the I/O thread only.
   qipc::FrameDecoder decoder_;
   bool registerSent_ = false;
   // The service registered us on this connection: after it, the back-off
@@ -306,23 +311,23 @@ void ORNClient::Impl::trace(const char* format, ...) {
 }
 
 void ORNClient::Impl::onConnected(int fd) {
-  fd_ = fd;
   decoder_ = qipc::FrameDecoder();
   registerSent_ = false;
   registered_ = false;
   connectedAt_ = Clock::now();
   trace("connected to %s", path_.c_str());
   std::lock_guard<std::mutex> lock(mu_);
+  fd_ = fd;
   connected_ = true;
   outbox_.clear();
 }
 
 void ORNClient::Impl::closeConnection(const std::string& lost) {
-  close(fd_);
-  fd_ = -1;
   trace("disconnected: %s", lost.empty() ? "closed" : lost.c_str());
   {
     std::lock_guard<std::mutex> lock(mu_);
+    close(fd_);
+    fd_ = -1;
     connected_ = false;
     outbox_.clear();
     abandoned_.clear();
@@ -372,6 +377,10 @@ bool ORNClient::Impl::readAvailable(std::string* lost) {
 
 bool ORNClient::Impl::writeAvailable() {
   std::lock_guard<std::mutex> lock(mu_);
+  return flushLocked();
+}
+
+bool ORNClient::Impl::flushLocked() {
   while (!outbox_.empty()) {
     ssize_t n = send(fd_, outbox_.data(), outbox_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n < 0) {
@@ -460,8 +469,15 @@ bool ORNClient::Impl::enqueueLocked(const Message& m) {
       outbox_.size() + frame.size() > kMaxOutbox)
     return false;
   trace("send %s (%zu bytes)", kindName(m.kind), frame.size() - 4);
+  const bool idle = outbox_.empty();
   outbox_ += frame;
-  wake();
+  // With nothing queued ahead, the caller writes it at once; the I/O thread
+  // is woken only for what the socket would not take, or to find the error.
+  // On the I/O thread itself the loop looks at the outbox before it polls.
+  if (idle)
+    flushLocked();
+  if (!outbox_.empty() && tlsIoThreadOf != this)
+    wake();
   return true;
 }
 
@@ -501,10 +517,14 @@ bool ORNClient::Impl::sendAsync(const api::ORNRequest& request) {
 
 ORNClient::Impl::Impl() {
   // Pid alone repeats across reboots and containers; a random salt keeps ids
-  // apart anyway.
-  std::random_device rd;
-  salt_ = (uint64_t{rd()} << 32) ^ rd() ^
-          static_cast<uint64_t>(Clock::now().time_since_epoch().count());
+  // apart anyway. The system call, not std::random_device, whose set-up alone
+  // costs a one-shot run more than its whole exchange with the service; where
+  // the call is refused, the clock still varies the salt.
+  salt_ = static_cast<uint64_t>(Clock::now().time_since_epoch().count());
+  uint64_t random = 0;
+  if (syscall(SYS_getrandom, &random, sizeof(random), GRND_NONBLOCK) ==
+      static_cast<long>(sizeof(random)))
+    salt_ ^= random;
 }
 
 std::string ORNClient::Impl::nextId() {
