@@ -10,10 +10,12 @@ add_library(orn_rapidjson INTERFACE)
 target_include_directories(orn_rapidjson SYSTEM INTERFACE ${ORN_RAPIDJSON_INCLUDE_DIR})
 add_library(RapidJSON::RapidJSON ALIAS orn_rapidjson)
 
-# The Android log API: the NDK's liblog on Android, android-liblog-dev on Linux hosts.
+# The Android log API: the NDK's liblog on Android, android-liblog-dev on Linux hosts, where
+# hostlog/ binds it at the first record.
 if(ANDROID)
   find_library(ORN_LIBLOG log REQUIRED)
-  set(ORN_LIBLOG_INCLUDE "")
+  add_library(orn_liblog INTERFACE)
+  target_link_libraries(orn_liblog INTERFACE ${ORN_LIBLOG})
 else()
   find_library(ORN_LIBLOG NAMES log PATH_SUFFIXES android
                PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android)
@@ -21,11 +23,7 @@ else()
   if(NOT ORN_LIBLOG OR NOT ORN_LIBLOG_INCLUDE)
     message(FATAL_ERROR "Android log library not found: install android-liblog-dev (scripts/bootstrap does)")
   endif()
-endif()
-add_library(orn_liblog INTERFACE)
-target_link_libraries(orn_liblog INTERFACE ${ORN_LIBLOG})
-if(ORN_LIBLOG_INCLUDE)
-  target_include_directories(orn_liblog SYSTEM INTERFACE ${ORN_LIBLOG_INCLUDE})
+  add_subdirectory(hostlog)
 endif()
 add_library(Android::log ALIAS orn_liblog)
 

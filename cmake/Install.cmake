@@ -3,8 +3,8 @@
 include(GNUInstallDirs)
 
 set(ORN_COMPLETION ${PROJECT_SOURCE_DIR}/ornutility/clientcli/completion/orncli_completion.sh)
-# Debian keeps liblog in a private folder: the installed orncli keeps its path to it. The
-# build tree's orncli uses that same run path: CMake's own would end in an empty entry, the
+# The installed orncli keeps the run path it was linked with (none, unless a dependency sits in
+# a private folder), and so does the build tree's: CMake's own would end in an empty entry, the
 # current folder, which the loader searches for every library at each start.
 set_target_properties(orncli PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON BUILD_WITH_INSTALL_RPATH ON)
 install(TARGETS orncli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
