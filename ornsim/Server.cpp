@@ -513,22 +513,22 @@ int Server::publish(const StateChange& change) {
   const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
   if (clients.empty())
     return 0;
-  Message m = event(kStateChangeEvent, stateChangePayload(change));
+  return sendToClients(event(kStateChangeEvent, stateChangePayload(change)),
+                       [&](const std::string& name) { return clients.count(name) != 0; });
+}
+
+int Server::sendEvent(const std::string& client, int type, const std::string& payload) {
+  return sendToClients(event(type, payload),
+                       [&](const std::string& name) { return client.empty() || name == client; });
+}
+
+int Server::sendToClients(const Message& m,
+                          const std::function<bool(const std::string& client)>& wanted) {
   // Copy: a send may cut a slow client off and erase it from sessions_.
   const auto sessions = sessions_;
   int sent = 0;
   for (const auto& s : sessions)
-    if (s->registered() && clients.count(s->name()) != 0)
-      sent += (s->send(m), 1);
-  return sent;
-}
-
-int Server::sendEvent(const std::string& client, int type, const std::string& payload) {
-  const Message m = event(type, payload);
-  const auto sessions = sessions_;
-  int sent = 0;
-  for (const auto& s : sessions)
-    if (s->registered() && (client.empty() || s->name() == client))
+    if (s->registered() && wanted(s->name()))
       sent += (s->send(m), 1);
   return sent;
 }

@@ -7,12 +7,14 @@
 #include <asio.hpp>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 
 #include "Home.h"
+#include "Message.h"
 #include "Options.h"
 #include "Simulation.h"
 #include "Subscriptions.h"
@@ -51,6 +53,9 @@ class Server {
   int publish(const StateChange& change);
   // Sends an event to the registered sessions of `client` (all when empty).
   int sendEvent(const std::string& client, int type, const std::string& payload);
+  // Sends m to the registered sessions whose client is wanted; returns how many.
+  int sendToClients(const ornwick::qipc::Message& m,
+                    const std::function<bool(const std::string& client)>& wanted);
 
   asio::io_context& io_;
   const Options& options_;
