@@ -39,10 +39,7 @@ std::string builtDfi(const char* payload) {
 }
 
 std::string payload(std::shared_ptr<QFIRequest> q, std::vector<std::shared_ptr<DFIRequest>> dfis) {
-  RequestPayload p;
-  p.qfi = std::move(q);
-  p.dfis = std::move(dfis);
-  return p.toJsonString();
+  return RequestPayload{std::move(q), std::move(dfis)}.toJsonString();
 }
 
 // The path's text, which a factory also stores.

@@ -431,9 +431,9 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
     EXPECT_EQ(retryDelays(run.err).rfind(c.delays, 0), 0u) << run.err;
     EXPECT_NE(run.err.find(c.traced), std::string::npos) << run.err;
     EXPECT_EQ(run.err.find("connection_timeout") != std::string::npos, c.refused) << run.err;
-    EXPECT_EQ(run.err.find("peer uid 99999 is neither ours nor root") != std::string::npos,
-              c.refused)
-        << run.err;
+    const std::string logged =
+        "Refused the service at " + fake.path() + ": peer uid 99999 is neither ours nor root";
+    EXPECT_EQ(run.err.find(logged) != std::string::npos, c.refused) << run.err;
   }
 }
 
