@@ -65,6 +65,7 @@ TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
       {header(1) + "a" + header(0) + header(1) + "b", {"a", "<error>"}},
       {std::string("\0\0", 2), {}},  // truncated header
       {header(10) + "abc", {}},      // truncated body
+      {header(kMaxFrameSize) + "x", {}},  // the largest frame, truncated
   };
   for (const auto& c : kCases)
     EXPECT_EQ(decodeAll(c.stream, 1), c.want) << c.stream.substr(0, 20);
