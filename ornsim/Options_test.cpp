@@ -23,7 +23,7 @@ TEST(Options, ParsesFaultInjection) {
   ASSERT_TRUE(parse({"--socket", "/s", "--home", "h.json", "--record", "r", "--no-register",
                      "--register-delay-ms", "2147483647", "--no-response", "--response-delay-ms", "7",
                      "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:",
-                     "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0",
+                     "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0", "--fault", "endpoint:e,delay:2147483647",
                      "--state", "st", "-v", "-h", "--version"},
                     &o, &err))
       << err;
@@ -40,7 +40,7 @@ TEST(Options, ParsesFaultInjection) {
   for (const auto& f : o.faults)
     faults += faultText(f) + " ";
   EXPECT_EQ(emits, "21:100:{\"x\":\"1:2\"} 99:0: ");
-  EXPECT_EQ(faults, "path:/v2/x*,respond:503:a,b:c request:2,delay:0 ");
+  EXPECT_EQ(faults, "path:/v2/x*,respond:503:a,b:c request:2,delay:0 endpoint:e,delay:2147483647 ");
 }
 
 TEST(Options, RejectsBadCommandLines) {

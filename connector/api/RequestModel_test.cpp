@@ -45,13 +45,6 @@ std::string payload(std::shared_ptr<QFIRequest> q, std::vector<std::shared_ptr<D
 // The path's text, which a factory also stores.
 std::string rendered(const QfiPath& p) { return p.path == p.toString() ? p.path : "stored " + p.path; }
 
-QfiPath storedPath(const char* text, int32_t kind = QfiPath::kWhole) {
-  QfiPath p = QfiPath::endpointFeature("id1", "power");
-  p.kind = kind;
-  p.path = text;
-  return p;
-}
-
 std::string subscriptions(const std::function<void(SubscriptionRequestBuilder&)>& fill) {
   SubscriptionRequestBuilder r;
   fill(r);
@@ -102,8 +95,9 @@ TEST(RequestModel, JsonTexts) {
       {"path feature", [] { return rendered(QfiPath::endpointFeature("id1", "power")); }, "/v2/endpoints/id1/features/power/"},
       {"path feature, odd id", [] { return rendered(QfiPath::endpointFeature("a b/c", "")); }, "/v2/endpoints/a b/c/features//"},
       {"path query", [] { return rendered(QfiPath::endpointQuery({})); }, "/v2/endpoints"},
-      {"path whole", [] { return storedPath("v2/no/leading/slash").toString(); }, "v2/no/leading/slash"},
-      {"path unknown kind", [] { return storedPath("/custom", 7).toString(); }, "/custom"},
+      // Other kinds give the stored path, whatever the other fields hold.
+      {"path whole", [] { return QfiPath{QfiPath::kWhole, "", "", "id1", "power", {}, "v2/no/leading/slash"}.toString(); }, "v2/no/leading/slash"},
+      {"path unknown kind", [] { return QfiPath{7, "", "", "id1", "power", {}, "/custom"}.toString(); }, "/custom"},
       // The create, delete and list texts are pinned end to end.
       {"delete, empty entities and event types", [] { return subscriptions([](S& r) { r.request()->operation = SubscriptionRequest::DELETE; SubscriptionBuilder(&r).append(); }); },
        R"({"operation":"delete","subscriptions":[{"entities":{},"eventTypes":[]}]})"},
