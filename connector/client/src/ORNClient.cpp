@@ -517,9 +517,9 @@ bool ORNClient::Impl::sendAsync(const api::ORNRequest& request) {
 
 ORNClient::Impl::Impl() {
   // Pid alone repeats across reboots and containers; a random salt keeps ids
-  // apart anyway. The system call, not std::random_device, whose set-up alone
-  // costs a one-shot run more than its whole exchange with the service; where
-  // the call is refused, the clock still varies the salt.
+  // apart anyway. The system call, not std::random_device, whose set-up costs
+  // about as much as a round trip to the service; where the call is refused,
+  // the clock still varies the salt.
   salt_ = static_cast<uint64_t>(Clock::now().time_since_epoch().count());
   uint64_t random = 0;
   if (syscall(SYS_getrandom, &random, sizeof(random), GRND_NONBLOCK) ==
