@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes for the end-to-end benchmarks.
 #include "BenchProcess.h"
 
@@ -97,7 +98,9 @@ TimedRun timedRun(const std::vector<std::string>& argv) {
   while (wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
   }
   run.ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-  auto msOf = [](const timeval& t) { return static_cast<double>(t.tv_sec) * 1e3 + t.tv_usec / 1e3; };
+  auto msOf = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) * 1e3 + t.tv_usec / 1e3;
+  };
   run.cpuMs = msOf(usage.ru_utime) + msOf(usage.ru_stime);
   run.rssKiB = usage.ru_maxrss;
   run.faults = usage.ru_minflt;
@@ -209,8 +212,7 @@ Sim::Sim(const std::string& ornsimPath) {
   dir_ = pattern;
   socket_ = dir_ + "/qipc.sock";
   child_ = std::make_unique<Child>(std::vector<std::string>{ornsimPath, "--socket", socket_});
-  ready_ = child_->started() &&
-           child_->waitOut("ready ", Clock::now() + std::chrono::seconds(10));
+  ready_ = child_->started() && child_->waitOut("ready ", Clock::now() + std::chrono::seconds(10));
 }
 
 Sim::~Sim() {

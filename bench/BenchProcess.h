@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Processes for the end-to-end benchmarks: timed one-shot runs, a private ornsim, a
 // long-running child on pipes, and a plain QIPC connection to drive the service.
 #pragma once
@@ -16,12 +17,12 @@ namespace ornbench {
 using Clock = std::chrono::steady_clock;
 
 struct TimedRun {
-  double ms = 0;     // fork to reaped, wall clock
-  double cpuMs = 0;  // user + system time of the child
-  long rssKiB = 0;   // wait4's ru_maxrss: the exec'd image's peak resident set
-  long faults = 0;   // minor page faults
-  long switches = 0; // voluntary + involuntary context switches
-  int status = -1;   // exit code, -1 when killed by a signal
+  double ms = 0;      // fork to reaped, wall clock
+  double cpuMs = 0;   // user + system time of the child
+  long rssKiB = 0;    // wait4's ru_maxrss: the exec'd image's peak resident set
+  long faults = 0;    // minor page faults
+  long switches = 0;  // voluntary + involuntary context switches
+  int status = -1;    // exit code, -1 when killed by a signal
 };
 
 // Runs argv[0] with stdout and stderr on /dev/null. Forked, not vfork'd or
@@ -50,8 +51,7 @@ class Child {
   bool nextOutLine(Clock::time_point deadline);
 
  private:
-  bool waitFor(int fd, std::string* buffer, const std::string& needle,
-               Clock::time_point deadline);
+  bool waitFor(int fd, std::string* buffer, const std::string& needle, Clock::time_point deadline);
 
   pid_t pid_ = -1;
   int out_ = -1;

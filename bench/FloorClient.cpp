@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // orn_floor: the least a one-shot client can do, to measure orncli against. One blocking
 // Unix socket, one thread: wait for the connection-status event, register, wait for the
 // client-registered event, send one request, print its response as orncli prints it.
@@ -119,12 +120,10 @@ int main(int argc, char** argv) {
   if (!sendFrame(fd, out) || !readMessage(fd, "response", 0, &doc))
     return 2;
   auto code = doc.FindMember("responseCode");
-  std::string line = std::string("{\"requestId\":\"") + stringMember(doc, "requestId") +
-                     "\",\"responseCode\":" +
-                     std::to_string(code != doc.MemberEnd() && code->value.IsInt()
-                                        ? code->value.GetInt()
-                                        : 0) +
-                     ",\"responseData\":" + stringMember(doc, "responseData") + "}\n";
+  std::string line =
+      std::string("{\"requestId\":\"") + stringMember(doc, "requestId") + "\",\"responseCode\":" +
+      std::to_string(code != doc.MemberEnd() && code->value.IsInt() ? code->value.GetInt() : 0) +
+      ",\"responseData\":" + stringMember(doc, "responseData") + "}\n";
   fwrite(line.data(), 1, line.size(), stdout);
   fflush(stdout);
   close(fd);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frame decoding throughput: every byte either side receives goes through it.
 #include "Frame.h"
 

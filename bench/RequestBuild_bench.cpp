@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building and writing request texts: the work orncli does per command before any I/O.
 #include <benchmark/benchmark.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Request round trips through the connector library to a real ornsim process: the latency
 // a script pays per orncli request once connected.
 #include <benchmark/benchmark.h>

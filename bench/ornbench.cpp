@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ornbench: the end-to-end figures behind bench/run. orncli against the floor client in
 // alternating pairs, ornsim under 1, 16 and 64 connections, and subscribe listen's delay
 // from a state change to its printed line. Each part starts its own ornsim.
@@ -65,8 +66,8 @@ bool runPairs(const Options& o) {
   }
   setenv("ORN_QIPC_SOCKET", sim.socketPath().c_str(), 1);
   printf("== orncli against the floor client: %d alternating pairs per case\n", o.runs);
-  printf("%-20s %9s %9s %6s %6s %9s %9s %9s %7s\n", "case", "orncli ms", "floor ms", "ratio",
-         "cpu", "cli MiB", "floor MiB", "faults", "switch");
+  printf("%-20s %9s %9s %6s %6s %9s %9s %9s %7s\n", "case", "orncli ms", "floor ms", "ratio", "cpu",
+         "cli MiB", "floor MiB", "faults", "switch");
   printf("(medians; ratio and cpu: of the per-pair ratios; MiB: peak resident set)\n");
   bool ok = true;
   for (const auto& c : cases) {
@@ -113,9 +114,8 @@ bool runPairs(const Options& o) {
     }
     const double ratio = ornbench::median(ratios);
     printf("%-20s %9.3f %9.3f %6.3f %6.3f %9.2f %9.2f %4.0f/%-4.0f %3.0f/%-3.0f\n", c.name,
-           ornbench::median(cliMs), ornbench::median(floorMs), ratio,
-           ornbench::median(cpuRatios), ornbench::median(cliRss), ornbench::median(floorRss),
-           ornbench::median(cliFaults),
+           ornbench::median(cliMs), ornbench::median(floorMs), ratio, ornbench::median(cpuRatios),
+           ornbench::median(cliRss), ornbench::median(floorRss), ornbench::median(cliFaults),
            ornbench::median(floorFaults), ornbench::median(cliSw), ornbench::median(floorSw));
     if (ratio > kRatioBudget || ornbench::median(cliRss) > kRssBudgetMiB)
       ok = false;
@@ -131,8 +131,7 @@ bool runLoad(const Options& o) {
     fprintf(stderr, "ornbench: ornsim did not start\n");
     return false;
   }
-  printf("== ornsim under load: one request in flight per connection, %.1f s per row\n",
-         o.seconds);
+  printf("== ornsim under load: one request in flight per connection, %.1f s per row\n", o.seconds);
   printf("%-12s %12s %10s %10s\n", "connections", "requests/s", "p50 ms", "p99 ms");
   for (int n : {1, 16, 64}) {
     std::vector<std::unique_ptr<ornbench::Conn>> conns;

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Every dependency is a system package found here; nothing is vendored.
 find_package(Threads REQUIRED)
 

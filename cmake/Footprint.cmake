@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Release builds are sized for a small device that starts orncli many times a minute: every
 # byte of the binary is mapped and every page touched at start costs time. Measured effect
 # of each flag in docs/performance.md.

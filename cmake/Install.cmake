@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # cmake --install: the tools in bin/, the completions where bash-completion and zsh look, and
 # our connector library with its public headers and a pkg-config file.
 include(GNUInstallDirs)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Device build: the platform ships the connector client library and its headers.
 # Point ORN_PLATFORM_CONNECTOR_ROOT at its sysroot prefix.
 set(ORN_PLATFORM_CONNECTOR_ROOT "" CACHE PATH "Prefix of the platform's connector library")

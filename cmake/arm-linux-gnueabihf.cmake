@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Cross build for 32-bit Arm Linux (Debian's armhf cross compiler and multiarch libraries).
 # Header-only dependencies (RapidJSON, Asio) come from the host's /usr/include.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Android log library's entry point, bound on first use. A successful run
 // logs nothing, and loading the library at every start (its search, mapping
 // and eager relocations) costs a one-shot run several percent of its time. On

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // boundedParse: RapidJSON's parser for text from outside, with a bound on
 // nesting. Text nested deeper than kMaxJsonDepth fails like any other
 // unparseable text, so no tree we hold is ever deeper than the bound and

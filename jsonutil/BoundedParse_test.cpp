@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "BoundedParse.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +21,10 @@ std::string objects(size_t depth) {
 // rules included; past it they fail and leave null.
 TEST(BoundedParse, IsParseUpToTheDepthBoundAndFailsPastIt) {
   const size_t n = kMaxJsonDepth;
-  const struct { std::string text; bool tooDeep; } kCases[] = {
+  const struct {
+    std::string text;
+    bool tooDeep;
+  } kCases[] = {
       {std::string(n, '[') + std::string(n, ']'), false},
       {std::string(n + 1, '[') + std::string(n + 1, ']'), true},
       {objects(n), false},

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JsonDocBuilder: owns a JSON document whose root object is filled member by
 // member. Header-level code, like JsonValueBuilder; both sets go through
 // withHelper so they share JsonValueBuilder's rules.

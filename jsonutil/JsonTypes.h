@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The RapidJSON DOM types every JSON builder and request record shares: UTF-8
 // text on the C runtime allocator, so values can move freely between documents.
 #pragma once

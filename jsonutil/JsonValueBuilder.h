@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JsonValueBuilder: builds one object or array value on a document's allocator.
 // Header-level code: against the platform's JSON library only serialize comes
 // from outside. Members are appended, never looked up, so order is insertion

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // serialize: RapidJSON's compact Writer, with its default number formatting.
 #include "Serialize.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // serialize: the compact JSON text of a value.
 #pragma once
 

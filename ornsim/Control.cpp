@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Control: answers the simulator-only paths under /sim/.
 #include "Control.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Control: the simulator's own QFI paths under /sim/, for changing the home from
 // outside, looking inside it and setting faults. The real service has none of them.
 #pragma once

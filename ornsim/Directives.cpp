@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Directives: operation tables, payload checks, state changes and feature
 // state.
 #include "Directives.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Directives: the operations a device accepts, by QFI path or DFI name, and
 // their effect.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults: reading, writing and matching targeted faults.
 #include "Faults.h"
 

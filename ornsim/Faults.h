@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Faults: answers that go wrong on purpose, for one path, one endpoint or the
 // Nth request.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Home: lookups, the built-in home and home-file validation.
 #include "Home.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Home: the simulated devices and groups, their state, and loading them from
 // JSON.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary bytes as a home file, either taken whole or refused with at
 // least one reason.
 #include "Home.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JsonText: the few RapidJSON helpers ornsim's request handling shares.
 #pragma once
 

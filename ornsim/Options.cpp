@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ornsim's command line: parsing and the --help text.
 #include "Options.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Options.h"
 
 #include <gtest/gtest.h>
@@ -44,6 +45,7 @@ TEST(Options, ParsesFaultInjection) {
 }
 
 TEST(Options, RejectsBadCommandLines) {
+  // clang-format off
   const std::vector<std::string> kCases[] = {
       {"--sock", "x"}, {"--socket"}, {"--emit", "21:5"}, {"--emit", "21:-5:x"},
       {"--emit", "x:5:y"}, {"--respond", "200"}, {"--respond", ":x"}, {"--respond", "2x:y"},
@@ -54,6 +56,7 @@ TEST(Options, RejectsBadCommandLines) {
       {"--fault", "host:e,silence"}, {"--state"}, {"--max-connections", "0"},
       {"--frame-budget", "64M"}, {"--frame-timeout-ms", "0"}, {"--max-subscriptions", "-1"},
   };
+  // clang-format on
   for (const auto& args : kCases) {
     Options o;
     std::string err;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestHandler: request dispatch, QFI routes, DFI directives and state
 // requests.
 #include "RequestHandler.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestHandler: what the simulated service answers, as a pure function of its
 // state.
 #pragma once

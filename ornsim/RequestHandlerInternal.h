@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Pieces of RequestHandler shared by its files; not part of its interface.
 #pragma once
 

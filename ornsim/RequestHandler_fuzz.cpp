@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary request payloads of every type through ornsim's
 // handler, against one home that lives across inputs so state changes pile up.
 // Subscriptions are per input, so they cannot grow without bound over a run.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestHandler: subscription requests (create, delete, get), owned by client
 // name.
 #include "JsonText.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestInfo: a streaming read of the few members that say what a request is
 // about; no document is built, so any payload costs one pass and little memory.
 #include "RequestInfo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestInfo: what a request asks for, read without acting on it, for the
 // traffic log and targeted faults.
 #pragma once

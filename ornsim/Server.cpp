@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server: accepting clients, the handshake, fault injection and per-client
 // framing.
 #include "Server.h"

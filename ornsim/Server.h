@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server: ornsim's listening socket and client sessions, on one Asio event
 // loop.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Simulation: faults, the request handler, the saved state and the traffic log,
 // in the order a request meets them.
 #include "Simulation.h"

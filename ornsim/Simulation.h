@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Simulation: what ornsim does with each request between reading and answering
 // it: faults, the simulated service with its /sim/ controls, the saved state
 // (--state) and the traffic log (-v).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // StateFile: writing, reading and replacing the saved state.
 #include "StateFile.h"
 
@@ -21,9 +22,8 @@ bool parse(const std::string& text, rapidjson::Document* doc, std::string* err) 
   const rapidjson::ParseResult parsed =
       zedLocalUtil::jsonUtil::boundedParse(doc, text.data(), text.size());
   if (parsed.IsError()) {
-    *err = std::string("not valid JSON: ") +
-           zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) + " at offset " +
-           std::to_string(parsed.Offset());
+    *err = std::string("not valid JSON: ") + zedLocalUtil::jsonUtil::parseErrorText(parsed.Code()) +
+           " at offset " + std::to_string(parsed.Offset());
     return false;
   }
   return true;

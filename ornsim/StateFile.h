@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // StateFile: device state and subscriptions kept across restarts (--state).
 //
 // The text: {"devices":[{"id":..,"reachable":..,"state":{..}},..],

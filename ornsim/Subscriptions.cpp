@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subscriptions: storage and event matching.
 #include "Subscriptions.h"
 

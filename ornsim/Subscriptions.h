@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subscriptions: who wants which state-change events, kept per client name.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ornsim: a stand-in for the device-control service, for trying orncli without
 // hardware.
 #include <signal.h>

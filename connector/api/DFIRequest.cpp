@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DFIRequest: header, endpoint and the payload embedded as parsed JSON.
 #include "DFIRequest.h"
 

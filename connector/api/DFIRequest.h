@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // DFIRequest: one directive for one endpoint, and the builder that adds it to a
 // request.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JsonSerializable<T>: records that write themselves as a JSON value, and so as
 // text.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNRequest: the envelope every request travels in to the device-control
 // service.
 #pragma once

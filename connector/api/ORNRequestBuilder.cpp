@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNRequestBuilder: type 2 carries rawPayload verbatim; every other type the
 // RequestPayload text.
 #include "ORNRequestBuilder.h"

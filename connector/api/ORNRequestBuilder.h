@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNRequestBuilder: assembles id, type and payload into an ORNRequest.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Embedding JSON texts as values, with RapidJSON's default parsing rules and
 // the depth bound.
 #include "ParsedJson.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Embedding JSON texts as values: request texts nest their parts parsed, not
 // quoted.
 #pragma once

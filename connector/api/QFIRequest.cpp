@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QFIRequest: the body is embedded as parsed JSON, so a body that does not
 // parse spoils the whole request text.
 #include "QFIRequest.h"

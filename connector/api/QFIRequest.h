@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QFIRequest: a feature-interface request (path, method, optional JSON body).
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QfiPath: path texts are pieced together as given, with no escaping or
 // encoding.
 #include "QfiPath.h"

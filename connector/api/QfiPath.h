@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QfiPath: the REST-like paths of feature-interface requests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The request model's JSON texts, one row a record. The texts the tool sends whole are pinned
 // by the one-shot end-to-end cases; these rows are the corners those cannot reach.
 #include <gtest/gtest.h>

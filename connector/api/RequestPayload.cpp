@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestPayload: sub-request texts are parsed back and embedded as JSON
 // values.
 #include "RequestPayload.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RequestPayload: at most one QFI request and any number of DFI requests.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary text as a QFI body and a DFI payload (the tool's
 // --body and --payload) through the request text the tool sends: parse, embed,
 // write and free.

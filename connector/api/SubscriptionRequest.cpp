@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subscription records: each writes itself as one JSON object.
 #include "SubscriptionRequest.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Subscription requests: create, delete or list state-change subscriptions.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC framing: encoder and incremental decoder.
 #include "Frame.h"
 

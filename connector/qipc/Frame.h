@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC framing: a 4-byte big-endian length followed by that many bytes of one
 // JSON message.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary bytes, fed in two halves so partial headers and bodies occur,
 // through the frame decoder and the message parser.
 #include "Frame.h"

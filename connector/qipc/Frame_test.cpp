@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Frame.h"
 
 #include <gtest/gtest.h>
@@ -57,14 +58,17 @@ TEST(Frame, DecoderFindsFramesWhateverTheReadSizes) {
 }
 
 TEST(Frame, DecoderRejectsBadLengthsAndStaysFailed) {
-  static const struct { std::string stream; Frames want; } kCases[] = {
+  static const struct {
+    std::string stream;
+    Frames want;
+  } kCases[] = {
       {header(0), {"<error>"}},
       {header(kMaxFrameSize + 1) + "x", {"<error>"}},
       {header(0xffffffffu), {"<error>"}},
       {"GET / HTTP/1.1\r\n\r\n", {"<error>"}},
       {header(1) + "a" + header(0) + header(1) + "b", {"a", "<error>"}},
-      {std::string("\0\0", 2), {}},  // truncated header
-      {header(10) + "abc", {}},      // truncated body
+      {std::string("\0\0", 2), {}},       // truncated header
+      {header(10) + "abc", {}},           // truncated body
       {header(kMaxFrameSize) + "x", {}},  // the largest frame, truncated
   };
   for (const auto& c : kCases)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC messages: JSON encoding and strict decoding.
 #include "Message.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC messages: the JSON objects carried one per frame between client and
 // service.
 #pragma once

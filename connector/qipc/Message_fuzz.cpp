@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary bytes as one message text, as both ends decode them. Whatever
 // decodes must encode and decode back to the same message.
 #include "Message.h"

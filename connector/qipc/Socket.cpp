@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC sockets: address resolution, connect and peer checks.
 #include "Socket.h"
 

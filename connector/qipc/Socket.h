@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // QIPC sockets: where the service listens, connecting to it, and who the peer
 // is.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "Socket.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,12 @@ TEST(Socket, FolderOfTheSocketMustBeOursAndClosedToOthers) {
   constexpr uid_t kOther = 65534;
   // mode 0: no folder; owner kNoUid: ours.
   struct Case {
-    const char* name; mode_t mode; uid_t owner; bool ownerOnly; uid_t serviceUid; ServiceCheck expected;
+    const char* name;
+    mode_t mode;
+    uid_t owner;
+    bool ownerOnly;
+    uid_t serviceUid;
+    ServiceCheck expected;
   } const kCases[] = {
       {"ours, owner-only", 0700, kNoUid, true, kNoUid, ServiceCheck::kOk},
       {"missing", 0, kNoUid, true, kNoUid, ServiceCheck::kAbsent},

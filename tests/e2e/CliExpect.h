@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers shared by the orncli end-to-end suites: command lines, shorthand transcripts and
 // the requests that ornsim recorded.
 #pragma once

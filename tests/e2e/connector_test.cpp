@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The connector client library against a real ornsim, and against hand-made bad services.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -408,6 +409,7 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
   };
   // The service's uid (0 for ours), ORN_QIPC_SERVICE_UID, how the retry delays logged start,
   // a piece of the debug trace, and whether it never registers, with the log saying why.
+  // clang-format off
   const struct {
     FakeService::Play play; uid_t uid; const char *allowedUid, *delays, *traced; bool refused;
   } kCases[] = {
@@ -415,6 +417,7 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
       {silent, 99999, "", "", "", true},
       {silent, 99999, "99999", "", "recv event 23", false},
   };
+  // clang-format on
   for (const auto& c : kCases) {
     if (c.uid != 0 && geteuid() != 0) {
       fprintf(stderr, "skipped a service of uid %d: needs root\n", c.uid);
@@ -506,6 +509,7 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
   // A client within the limits holds `holds` with a first request while the
   // victim is served and closed; then it sends the rest of `big` and is answered.
   // `greeted`: whether the victim gets event 20 before it is closed.
+  // clang-format off
   const struct {
     std::vector<std::string> args; std::string holds, victimSends; bool greeted; const char* logged;
   } kCases[] = {
@@ -524,6 +528,7 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
       {{"--frame-timeout-ms", "100"}, "", part, true, "stalled in the middle of a frame"},
       {{"--frame-budget", "65536"}, "", burst, true, "unsent frames would pass the frame budget"},
   };
+  // clang-format on
   for (const auto& c : kCases) {
     orntest::Ornsim sim(c.args);
     ASSERT_TRUE(sim.ok()) << sim.error();
@@ -558,8 +563,9 @@ TEST(Ornsim, AnswersInOrderAfterTheEventsTheyCaused) {
   std::string order;
   for (int i = 0; i < 6; ++i) {  // events 20 and 23 first
     const std::string f = readFrame(fd);
-    order += f.find("\"eventType\":21") != std::string::npos ? "event "
-             : f.find("\"kind\":\"response\"") != std::string::npos ? "answer " : "";
+    order += f.find("\"eventType\":21") != std::string::npos        ? "event "
+             : f.find("\"kind\":\"response\"") != std::string::npos ? "answer "
+                                                                    : "";
   }
   EXPECT_EQ(order, "event answer event answer ");
   close(fd);
@@ -634,8 +640,8 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
 TEST(Ornsim, HomeFileTooBigForOneFrame) {
   orntest::TempDir dir;
   const std::string home = dir.file("home.json");
-  std::ofstream(home) << R"({"devices":[{"id":"big","friendlyName":")"
-                      << std::string(1100000, 'n') << R"("}]})";
+  std::ofstream(home) << R"({"devices":[{"id":"big","friendlyName":")" << std::string(1100000, 'n')
+                      << R"("}]})";
   orntest::Ornsim sim({"--home", home});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");
@@ -662,9 +668,9 @@ TEST(Ornsim, SubscriptionsOutliveTheirConnectionAndGetWallSwitchChanges) {
   auto actor = connectTo(sim.socketPath(), "actor");
   ASSERT_TRUE(later && actor);
   // As if the kettle's switch were pressed.
-  auto run = orntest::runOrncli(sim.socketPath(), {"qfi", "--path", "/sim/endpoints/ep-kettle",
-                                                   "--method", "POST", "--body",
-                                                   R"({"state":{"power":true}})"});
+  auto run =
+      orntest::runOrncli(sim.socketPath(), {"qfi", "--path", "/sim/endpoints/ep-kettle", "--method",
+                                            "POST", "--body", R"({"state":{"power":true}})"});
   EXPECT_EQ(run.exitCode, 0) << run.err;
   ASSERT_TRUE(later->handler->events(21, 1));
   EXPECT_EQ(
@@ -672,8 +678,9 @@ TEST(Ornsim, SubscriptionsOutliveTheirConnectionAndGetWallSwitchChanges) {
       R"({"entityId":"plug-kettle","endpointId":"ep-kettle","namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change","value":"ON"})");
   EXPECT_EQ(actor->handler->events(21), 0u);
   const std::string log = orntest::fileText(sim.dir().file("ornsim.stderr"));
-  for (const char* line : {R"( #1 "owner" type 2 subscribe create group-downstairs -> 200 after 1 ms, events 0)",
-                           R"( #2 "ORNCLI-cmd" type 1 POST /sim/endpoints/ep-kettle -> 200, events 1)"})
+  for (const char* line :
+       {R"( #1 "owner" type 2 subscribe create group-downstairs -> 200 after 1 ms, events 0)",
+        R"( #2 "ORNCLI-cmd" type 1 POST /sim/endpoints/ep-kettle -> 200, events 1)"})
     EXPECT_NE(log.find(line), std::string::npos) << log;
 }
 

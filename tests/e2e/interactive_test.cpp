@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // orncli's interactive mode end to end: the real binary, a scripted stdin and a private
 // ornsim. Transcripts are compared whole; request ids are replaced by <ID>.
 #include <gtest/gtest.h>

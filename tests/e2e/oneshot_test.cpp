@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // orncli one-shot mode end to end: each row runs the real binary against a private ornsim and
 // compares stdout, stderr, the exit status and the requests that reached the service.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Shared by the shell tests: a temporary folder and a private ornsim in it, stopped by pid.
 # Needs ORNSIM set to the ornsim binary.
 

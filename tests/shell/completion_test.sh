@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The completion in one shell (bash or zsh): its tables against `orncli --help`, and what
 # it offers against a private ornsim. Usage: completion_test.sh SHELL COMPLETION ORNCLI ORNSIM
 set -uo pipefail

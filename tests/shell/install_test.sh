@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # cmake --install into a staging prefix: what lands where, and a program built against the
 # installed library. Usage: install_test.sh CMAKE BUILD_DIR LIBDIR CXX FLAGS
 set -uo pipefail

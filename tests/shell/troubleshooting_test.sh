@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Runs every example of a document: each ```sh block, with the ```text block after it as its
 # expected output (stdout and stderr together; "..." matches any text). Each runs in its own
 # folder against its own ornsim (built-in home; a first line "# ornsim OPTIONS" adds options,

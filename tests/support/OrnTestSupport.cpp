@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // End-to-end test support: child processes with captured output and bounded lifetimes.
 #include "OrnTestSupport.h"
 

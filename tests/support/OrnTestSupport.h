@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // End-to-end test support: a private ornsim per test, and real orncli runs against it.
 #pragma once
 
@@ -94,8 +95,12 @@ class Ornsim {
   bool running_ = false;
 };
 
-inline std::string ornsimPath() { return ORN_ORNSIM_PATH; }
-inline std::string orncliPath() { return ORN_ORNCLI_PATH; }
+inline std::string ornsimPath() {
+  return ORN_ORNSIM_PATH;
+}
+inline std::string orncliPath() {
+  return ORN_ORNCLI_PATH;
+}
 // The environment that points orncli (or any client of the library) at socketPath.
 inline Env clientEnv(const std::string& socketPath) {
   return {{"ORN_QIPC_SOCKET", socketPath}};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IORNEventHandler: how the connector client hands responses and events to its
 // user.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNClient: a client of the device-control service over the local QIPC
 // channel.
 #pragma once

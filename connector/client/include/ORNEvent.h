@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNEvent: something the service reports without being asked.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNResponse: the service's answer to one request.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNClient: the QIPC connection, handshake and request dispatch, run by one
 // I/O thread.
 #include "ORNClient.h"

@@ -1,4 +1,5 @@
 #compdef orncli
+# SPDX-License-Identifier: Apache-2.0
 # Completion for orncli in bash and zsh: one file, installed as
 # share/bash-completion/completions/orncli (sourced by bash) and as
 # share/zsh/site-functions/_orncli (autoloaded by zsh's compinit).

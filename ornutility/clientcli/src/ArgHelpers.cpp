@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Argument scanning helpers: exact, case-sensitive names; no option table.
 #include "ArgHelpers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Argument scanning: options found by exact name anywhere in an argument list.
 #pragma once
 

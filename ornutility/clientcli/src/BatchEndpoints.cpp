@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // buildBatchEndpoints: the endpoint list of every batch directive body.
 #include "BatchEndpoints.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // buildBatchEndpoints: the "batch" member shared by every batch directive body.
 #pragma once
 

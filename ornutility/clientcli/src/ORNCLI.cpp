@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: construction, the one-shot dispatcher and its usage text.
 #include "ORNCLI.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the orncli tool, one-shot subcommands and the interactive menu.
 // One class split across ORNCLI_*.cpp by concern; each section below names its file.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two connector event handlers: single-slot waits for one-shot mode, and the
 // printing handler of the interactive mode.
 #include "ORNCLIEventHandlers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The two connector event handlers: blocking waits for one-shot mode, printing for
 // interactive mode.
 #pragma once

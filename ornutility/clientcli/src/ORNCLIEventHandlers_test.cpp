@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one-shot handler's single-slot waits, also with a real second thread; the interactive
 // handler's output is pinned by the interactive end-to-end suite.
 #include "ORNCLIEventHandlers.h"

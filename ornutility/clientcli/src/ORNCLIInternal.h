@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Helpers shared by the ORNCLI_*.cpp files only; not part of the tool's
 // interface.
 #pragma once

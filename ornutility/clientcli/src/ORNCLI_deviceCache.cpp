@@ -1,9 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the reachable devices offered by the interactive dialogues, fetched
 // from the service and parsed leniently.
 #include "ORNCLI.h"
 
 #include <rapidjson/document.h>
-
 
 #include "BoundedParse.h"
 #include "ORNCLIInternal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: arbitrary bytes as the service's device list, as the dialogues read it.
 #include "ORNCLI.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
 #include <string>
@@ -23,7 +24,10 @@ std::string describe(const std::vector<CachedDevice>& devices) {
 
 TEST(DeviceCache, ParseKeepsWhatItCanAndDropsTheRest) {
   const std::string nested = std::string(200000, '[') + std::string(200000, ']');
-  const struct { std::string input; const char* expected; } kCases[] = {
+  const struct {
+    std::string input;
+    const char* expected;
+  } kCases[] = {
       // Not a device list at all.
       {"", ""},
       {"{\"results\":[{\"id\":\"a\"}]", ""},  // truncated

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the devices subcommand, one query for the reachable endpoints.
 #include "ORNCLI.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the interactive dialogues that compose a DFI request, with the
 // endpoint picked from the device cache or typed in.
 #include "ORNCLI.h"

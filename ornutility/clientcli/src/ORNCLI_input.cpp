@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the two line readers of the interactive mode.
 #include "ORNCLI.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the light subcommands power, brightness, color and colortemp, each a batch
 // directive (or a feature read) over QFI.
 #include "ORNCLI.h"

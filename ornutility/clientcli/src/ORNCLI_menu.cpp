@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the interactive menu loop, its command map and the choice of payload.
 #include "ORNCLI.h"
 

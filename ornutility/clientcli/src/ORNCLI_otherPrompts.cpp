@@ -1,6 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the interactive state-query and subscription dialogues.
 #include "ORNCLI.h"
-
 
 #include "ArgHelpers.h"
 #include "ORNCLIInternal.h"

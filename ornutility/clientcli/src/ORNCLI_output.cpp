@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the one-line JSON results of one-shot mode, written by plain concatenation.
 #include "ORNCLI.h"
 
@@ -16,9 +17,8 @@ int ORNCLI::printError(const std::string& error, const std::string& message, int
 void ORNCLI::printResponse(const std::shared_ptr<ORNResponse>& response) {
   // responseData is JSON text already; only an empty one needs a stand-in.
   const std::string& data = response->responseData.empty() ? "\"\"" : response->responseData;
-  writeOut("{\"requestId\":\"" + response->requestId +
-           "\",\"responseCode\":" + std::to_string(response->responseCode) +
-           ",\"responseData\":" + data + "}\n");
+  writeOut("{\"requestId\":\"" + response->requestId + "\",\"responseCode\":" +
+           std::to_string(response->responseCode) + ",\"responseData\":" + data + "}\n");
 }
 
 int printHelp(const char* text, int code) {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the interactive dialogues that compose a QFI request.
 #include "ORNCLI.h"
 

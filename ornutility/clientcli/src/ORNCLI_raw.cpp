@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the generic subcommands, dfi (any directive) and qfi (any feature request).
 #include "ORNCLI.h"
 

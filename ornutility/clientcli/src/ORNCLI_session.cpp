@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the one-shot connection and the send-and-wait of every subcommand.
 #include "ORNCLI.h"
 

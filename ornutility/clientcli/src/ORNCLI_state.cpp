@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the state subcommand, a feature read (get) or a ReportState directive (report).
 #include "ORNCLI.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ORNCLI: the subscribe subcommand: create, delete and list subscriptions, or create
 // some and print the state-change events that follow until a time limit.
 #include "ORNCLI.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // orncli: one subcommand from the command line, or the interactive menu without arguments.
 #include "ORNCLI.h"
 #include "ORNCLIInternal.h"
