@@ -111,6 +111,7 @@ Reply addDevice(Home& home, const Value* body) {
     if (home.findDevice(*id) != nullptr)
       return fail(409, "device_exists", "id " + *id + " is taken");
   home.devices.push_back(std::move(d));
+  home.reindex();
   return success();
 }
 
@@ -128,6 +129,7 @@ Reply removeDevice(Home& home, const std::string& id) {
                                             (!endpointId.empty() && m == endpointId);
                                    }),
                     g.members.end());
+  home.reindex();
   return success();
 }
 

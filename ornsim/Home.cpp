@@ -160,10 +160,8 @@ bool Device::offers(const std::string& nameSpace) const {
 const Device* Home::findDevice(const std::string& id) const {
   if (id.empty())
     return nullptr;
-  for (const auto& d : devices)
-    if (d.id == id || d.endpointId == id)
-      return &d;
-  return nullptr;
+  auto it = deviceAt_.find(id);
+  return it == deviceAt_.end() ? nullptr : &devices[it->second];
 }
 
 Device* Home::findDevice(const std::string& id) {
@@ -171,10 +169,34 @@ Device* Home::findDevice(const std::string& id) {
 }
 
 const Group* Home::findGroup(const std::string& id) const {
-  for (const auto& g : groups)
-    if (g.id == id)
-      return &g;
-  return nullptr;
+  auto it = groupAt_.find(id);
+  return it == groupAt_.end() ? nullptr : &groups[it->second];
+}
+
+const std::vector<size_t>& Home::groupsOf(const Device& device) const {
+  static const std::vector<size_t> kNone;
+  const size_t i = static_cast<size_t>(&device - devices.data());
+  return i < groupsOf_.size() ? groupsOf_[i] : kNone;
+}
+
+void Home::reindex() {
+  deviceAt_.clear();
+  groupAt_.clear();
+  groupsOf_.assign(devices.size(), {});
+  // The first holder of an id wins, as the linear search it replaces did.
+  for (size_t i = 0; i < devices.size(); ++i)
+    for (const std::string* id : {&devices[i].id, &devices[i].endpointId})
+      if (!id->empty())
+        deviceAt_.emplace(*id, i);
+  for (size_t g = 0; g < groups.size(); ++g) {
+    groupAt_.emplace(groups[g].id, g);
+    for (const auto& member : groups[g].members)
+      if (auto it = deviceAt_.find(member); it != deviceAt_.end()) {
+        auto& held = groupsOf_[it->second];
+        if (held.empty() || held.back() != g)
+          held.push_back(g);
+      }
+  }
 }
 
 bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems) {
@@ -203,6 +225,7 @@ bool parseHome(const std::string& text, Home* home, std::vector<std::string>* pr
       h.devices.push_back(std::move(d));
     }
   }
+  h.reindex();
   std::set<std::string> ids;
   for (size_t i = 0; i < h.devices.size(); ++i) {
     for (const std::string* id : {&h.devices[i].id, &h.devices[i].endpointId}) {
@@ -243,6 +266,7 @@ bool parseHome(const std::string& text, Home* home, std::vector<std::string>* pr
   }
   if (problems->size() != before)
     return false;
+  h.reindex();
   *home = std::move(h);
   return true;
 }
@@ -288,6 +312,7 @@ Home builtinHome() {
   h.groups.push_back(
       {"group-lights",
        {"light-kitchen", "light-living", "light-bedroom", "strip-desk", "light-garage"}});
+  h.reindex();
   return h;
 }
 

@@ -88,6 +88,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
         {"--frame-budget", 1, &Options::frameBudget},
         {"--frame-timeout-ms", 1, &Options::frameTimeoutMs},
         {"--max-subscriptions", 1, &Options::maxSubscriptions},
+        {"--max-clients", 1, &Options::maxClients},
     };
     bool known = false;
     for (const char* name : kWithValue)
@@ -162,6 +163,8 @@ Simulates the device-control service on a QIPC Unix-domain socket.
                             its first byte (default 10000)
   --max-subscriptions N     subscriptions per client name (default 256); beyond that, or
                             past 256 KiB of listing, a create fails with 400
+  --max-clients N           client names holding subscriptions at once (default 1024); a
+                            create by one more name fails with 400
   -v, --verbose             log one line per request on stderr
   -h, --help                show this text
   --version                 show the version

@@ -33,6 +33,7 @@ struct Options {
   int frameBudget = 64 << 20;  // bytes, for partly received and for unsent frames
   int frameTimeoutMs = 10000;  // from a frame's first byte to its last
   int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
+  int maxClients = kDefaultMaxClients;              // client names holding subscriptions
   std::vector<Fault> faults;  // --fault, in order: the first that applies wins
   std::string stateFile;      // empty: state lives in memory only
   bool verbose = false;       // the traffic log on stderr

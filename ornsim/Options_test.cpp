@@ -55,6 +55,7 @@ TEST(Options, RejectsBadCommandLines) {
       {"--fault", "endpoint:e,delay:-1"}, {"--fault", "endpoint:e,delay:"}, {"--fault", "endpoint:e,respond:5x:"},
       {"--fault", "host:e,silence"}, {"--state"}, {"--max-connections", "0"},
       {"--frame-budget", "64M"}, {"--frame-timeout-ms", "0"}, {"--max-subscriptions", "-1"},
+      {"--max-clients", "0"},
   };
   // clang-format on
   for (const auto& args : kCases) {

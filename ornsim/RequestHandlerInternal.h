@@ -43,6 +43,11 @@ bool roomFor(const Subscriptions& subs, const std::string& client,
              const std::vector<Subscription>& given);
 // Why roomFor() said no.
 std::string tooManySubscriptions(const Subscriptions& subs);
+// Whether `client` may hold subscriptions besides the names holding some now.
+bool roomForClient(const Subscriptions& subs, const std::string& client,
+                   const std::vector<Subscription>& given);
+// Why roomForClient() said no.
+std::string tooManyClients(const Subscriptions& subs);
 
 // Answers a subscription request (type 2) of `client`.
 Reply handleSubscription(const Home& home, Subscriptions& subs, const std::string& client,

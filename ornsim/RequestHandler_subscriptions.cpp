@@ -87,6 +87,17 @@ bool roomFor(const Subscriptions& subs, const std::string& client,
   return buf.GetSize() <= kMaxListingBytes;
 }
 
+bool roomForClient(const Subscriptions& subs, const std::string& client,
+                   const std::vector<Subscription>& given) {
+  return given.empty() || subs.count(client) != 0 ||
+         subs.clients() < static_cast<size_t>(subs.maxClients());
+}
+
+std::string tooManyClients(const Subscriptions& subs) {
+  return "subscriptions are kept for at most " + std::to_string(subs.maxClients()) +
+         " client names at once (--max-clients); nothing was created";
+}
+
 std::string tooManySubscriptions(const Subscriptions& subs) {
   return "a client holds at most " + std::to_string(subs.maxPerClient()) +
          " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) + " bytes";
@@ -119,6 +130,8 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
       given.push_back(std::move(s));
     }
   // All or nothing, like an unknown endpoint.
+  if (operation == "create" && !roomForClient(subs, client, given))
+    return fail(400, "too_many_clients", tooManyClients(subs));
   if (operation == "create" && !roomFor(subs, client, given))
     return fail(400, "too_many_subscriptions", tooManySubscriptions(subs));
   rapidjson::StringBuffer buf;
@@ -127,7 +140,7 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
   if (operation == "delete") {
     int removed = 0;
     for (const auto& s : given)
-      removed += subs.remove(client, s.endpointId, s.groupId);
+      removed += subs.remove(client, s.endpointId, s.groupId, s.eventTypes);
     w.Key("deleted");
     w.Int(removed);
   } else {

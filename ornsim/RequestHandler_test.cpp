@@ -177,9 +177,11 @@ std::string onEndpoint(const std::string& id, const std::string& eventTypes = ""
 TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   const std::string kPower =
       R"([{"namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change"}])";
+  const std::string kBrightness =
+      R"([{"namespace":"Corva.Endpoint.Feature.Brightness","name":"Property.Brightness.Change"}])";
   const std::string kKitchen = R"({"subscriptionId":"sub-1","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":)" + kPower + "}";
   Home home = builtinHome();
-  Subscriptions list(2);
+  Subscriptions list(2, 2);
   auto created = handleRequest(home, list, "alice", 2, subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"));
   ASSERT_EQ(created.data, R"({"subscriptions":[)" + kKitchen + "]}");
   Control control(list);
@@ -210,6 +212,19 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("get", "{}"), 400, ""},
       // Repeats within one request take one place.
       {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
+      // Two names hold subscriptions, the cap; a name with none left is freed.
+      {"carol", subOp("create", "[" + onEndpoint("ep-desk") + "]"), 400, R"({"error":"too_many_clients","message":"subscriptions are kept for at most 2 client names at once (--max-clients); nothing was created"})"},
+      {"bob", subOp("delete", R"([{"entities":{"endpointGroup":{"id":"group-downstairs"}},"eventTypes":[]}])"), 200, R"({"deleted":1})"},
+      {"carol", subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "," + onEndpoint("ep-kitchen", kBrightness) + "]"), 200, ""},
+      // A delete takes away only the event types it lists.
+      {"carol", subOp("delete", "[" + onEndpoint("ep-kitchen", kPower) + "]"), 200, R"({"deleted":1})"},
+      {"carol", subOp("get"), 200, R"({"subscriptions":[{"subscriptionId":"sub-5","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":)" + kBrightness + "}]}"},
+      {"alice", subOp("delete", "[" + onEndpoint("ep-desk", kPower) + "]"), 200, R"({"deleted":0})"},
+      {"carol", subOp("create", "[" + onEndpoint("ep-kitchen", kPower.substr(0, kPower.size() - 1) + "," + kBrightness.substr(1)) + "]"), 200, ""},
+      {"carol", subOp("delete", "[" + onEndpoint("ep-kitchen", R"([{"namespace":"Corva.Endpoint.Feature.Power"}])") + "]"), 200, R"({"deleted":1})"},
+      {"carol", subOp("get"), 200, R"({"subscriptions":[{"subscriptionId":"sub-5","entities":{"endpoint":{"type":"Endpoint","id":"ep-kitchen"}},"eventTypes":)" + kBrightness + "}]}"},
+      {"carol", subOp("delete", "[" + onEndpoint("ep-kitchen") + "]"), 200, R"({"deleted":1})"},
+      {"carol", subOp("get"), 200, R"({"subscriptions":[]})"},
   };
   for (const auto& s : kSteps) {
     auto r = handleRequest(home, list, s.client, 2, s.payload);
@@ -218,6 +233,7 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       EXPECT_EQ(r.data, s.data) << s.payload;
     }
   }
+  EXPECT_EQ(list.clients(), 1u);  // alice; carol's name went with her last subscription
 }
 
 TEST(Subscriptions, MatchEndpointGroupAndEventType) {

@@ -340,7 +340,7 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
     : io_(io),
       options_(options),
       home_(std::move(home)),
-      subscriptions_(options.maxSubscriptions),
+      subscriptions_(options.maxSubscriptions, options.maxClients),
       simulation_(options, home_, subscriptions_,
                   [this](const std::string& client, int type, const std::string& payload) {
                     return sendEvent(client, type, payload);

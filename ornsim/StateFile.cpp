@@ -79,6 +79,10 @@ void readClient(const Value& v, const std::string& where, Subscriptions* subs,
   }
   // The limits that hold for creating hold for restoring: repeats collapse into
   // the first, and more than a client may hold is an error, not a silent cut.
+  if (!roomForClient(*subs, client, saved)) {
+    problems->push_back(where + ": too many clients: " + tooManyClients(*subs));
+    return;
+  }
   if (!roomFor(*subs, client, saved)) {
     problems->push_back(where + ": too many subscriptions for \"" + client +
                         "\": " + tooManySubscriptions(*subs));
@@ -165,7 +169,7 @@ bool applyState(const std::string& text, Home* home, Subscriptions* subs,
   }
   const size_t before = problems->size();
   Home h = *home;
-  Subscriptions s(subs->maxPerClient());
+  Subscriptions s(subs->maxPerClient(), subs->maxClients());
   if (const Value* devices = arrayMember(doc, "devices", problems))
     for (SizeType i = 0; i < devices->Size(); ++i)
       readDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &h, problems);

@@ -3,38 +3,29 @@
 #include "Subscriptions.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 
 namespace ornsim {
 namespace {
 
-bool sameDevice(const Home& home, const std::string& id, const StateChange& change) {
-  if (id == change.entityId || (!change.endpointId.empty() && id == change.endpointId))
-    return true;
-  // The subscription may name the device by its other id.
-  for (const auto& d : home.devices)
-    if (d.id == change.entityId)
-      return id == d.id || (!d.endpointId.empty() && id == d.endpointId);
-  return false;
-}
-
-bool covers(const Home& home, const Subscription& s, const StateChange& change) {
-  bool entity = false;
-  if (!s.endpointId.empty())
-    entity = sameDevice(home, s.endpointId, change);
-  if (!entity && !s.groupId.empty())
-    if (const Group* g = home.findGroup(s.groupId))
-      for (const auto& member : g->members)
-        entity = entity || sameDevice(home, member, change);
-  if (!entity)
-    return false;
+bool wants(const Subscription& s, const StateChange& change) {
   if (s.eventTypes.empty())
     return true;
   for (const auto& t : s.eventTypes)
     if (t.nameSpace == change.nameSpace && (t.name.empty() || t.name == change.name))
       return true;
   return false;
+}
+
+// The target as written: an endpoint (entity or endpoint id) or a group.
+std::string targetKey(const std::string& endpointId, const std::string& groupId) {
+  return endpointId.empty() ? "g:" + groupId : "e:" + endpointId;
+}
+
+std::string targetKey(const Subscription& s) {
+  return targetKey(s.endpointId, s.groupId);
 }
 
 // Equal for subscriptions with the same target and the same set of event types
@@ -55,16 +46,34 @@ std::string sameKey(const Subscription& s) {
   return key;
 }
 
+// A delete's event type takes the same type away, or with no name every type
+// of its namespace.
+bool takesAway(const std::vector<EventTypeRef>& removed, const EventTypeRef& t) {
+  for (const auto& r : removed)
+    if (r.nameSpace == t.nameSpace && (r.name.empty() || r.name == t.name))
+      return true;
+  return false;
+}
+
+// Ids past this are not counted on from, so that the counter never overflows
+// whatever a state file holds.
+constexpr uint64_t kLastCountedId = uint64_t{1} << 53;
+
 }  // namespace
 
 const Subscription& Subscriptions::add(const std::string& client, Subscription s) {
   if (const Subscription* same = find(client, s))
     return *same;
   s.id = "sub-" + std::to_string(nextId_++);
+  insert(client, std::move(s));
+  return byClient_[client].back();
+}
+
+void Subscriptions::insert(const std::string& client, Subscription s) {
   auto& list = byClient_[client];
   positions_[client].emplace(sameKey(s), list.size());
+  ++byTarget_[targetKey(s)][client];
   list.push_back(std::move(s));
-  return list.back();
 }
 
 const Subscription* Subscriptions::find(const std::string& client, const Subscription& s) const {
@@ -75,41 +84,79 @@ const Subscription* Subscriptions::find(const std::string& client, const Subscri
   return at == it->second.end() ? nullptr : &byClient_.at(client)[at->second];
 }
 
-void Subscriptions::index(const std::string& client) {
+void Subscriptions::index(const std::string& client, const std::vector<Subscription>& before) {
+  for (const auto& s : before) {
+    auto target = byTarget_.find(targetKey(s));
+    if (target != byTarget_.end() && --target->second[client] <= 0) {
+      target->second.erase(client);
+      if (target->second.empty())
+        byTarget_.erase(target);
+    }
+  }
+  auto it = byClient_.find(client);
+  if (it->second.empty()) {
+    byClient_.erase(it);
+    positions_.erase(client);
+    return;
+  }
   auto& positions = positions_[client];
   positions.clear();
-  const auto& list = byClient_[client];
-  for (size_t i = 0; i < list.size(); ++i)
+  const auto& list = it->second;
+  for (size_t i = 0; i < list.size(); ++i) {
     positions.emplace(sameKey(list[i]), i);
+    ++byTarget_[targetKey(list[i])][client];
+  }
 }
 
 int Subscriptions::remove(const std::string& client, const std::string& endpointId,
-                          const std::string& groupId) {
+                          const std::string& groupId, const std::vector<EventTypeRef>& eventTypes) {
   auto it = byClient_.find(client);
   if (it == byClient_.end())
     return 0;
-  auto& list = it->second;
-  const size_t before = list.size();
-  list.erase(std::remove_if(list.begin(), list.end(),
-                            [&](const Subscription& s) {
-                              return s.endpointId == endpointId && s.groupId == groupId;
-                            }),
-             list.end());
-  if (list.size() != before)
-    index(client);
-  return static_cast<int>(before - list.size());
+  const std::vector<Subscription> before = it->second;
+  std::vector<Subscription> kept;
+  std::set<std::string> keys;  // a subscription cut down to another's types joins it
+  int removed = 0;
+  for (auto s : before) {
+    if (s.endpointId == endpointId && s.groupId == groupId) {
+      if (eventTypes.empty() || s.eventTypes.empty()) {
+        if (eventTypes.empty()) {
+          ++removed;
+          continue;
+        }
+      } else {
+        s.eventTypes.erase(
+            std::remove_if(s.eventTypes.begin(), s.eventTypes.end(),
+                           [&](const EventTypeRef& t) { return takesAway(eventTypes, t); }),
+            s.eventTypes.end());
+        if (s.eventTypes.empty()) {
+          ++removed;
+          continue;
+        }
+      }
+    }
+    if (keys.insert(sameKey(s)).second)
+      kept.push_back(std::move(s));
+    else
+      ++removed;
+  }
+  it->second = std::move(kept);
+  index(client, before);
+  return removed;
 }
 
 void Subscriptions::restore(const std::string& client, Subscription s) {
-  const char* digits = s.id.c_str() + (s.id.rfind("sub-", 0) == 0 ? 4 : s.id.size());
-  const long n = std::strtol(digits, nullptr, 10);
-  if (n >= nextId_ && n < INT_MAX)
-    nextId_ = static_cast<int>(n) + 1;
+  if (s.id.rfind("sub-", 0) == 0) {
+    const char* digits = s.id.c_str() + 4;
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long n = std::strtoull(digits, &end, 10);
+    if (errno == 0 && *digits >= '0' && *digits <= '9' && n >= nextId_ && n < kLastCountedId)
+      nextId_ = n + 1;
+  }
   if (find(client, s) != nullptr)
     return;
-  auto& list = byClient_[client];
-  positions_[client].emplace(sameKey(s), list.size());
-  list.push_back(std::move(s));
+  insert(client, std::move(s));
 }
 
 std::vector<Subscription> Subscriptions::of(const std::string& client) const {
@@ -124,11 +171,33 @@ size_t Subscriptions::count(const std::string& client) const {
 
 std::set<std::string> Subscriptions::subscribers(const Home& home,
                                                  const StateChange& change) const {
+  std::vector<std::string> targets;
+  const Device* d = home.findDevice(change.entityId);
+  for (const std::string* id :
+       {&change.entityId, &change.endpointId, d != nullptr ? &d->id : nullptr,
+        d != nullptr ? &d->endpointId : nullptr})
+    if (id != nullptr && !id->empty())
+      targets.push_back(targetKey(*id, ""));
+  if (d != nullptr)
+    for (size_t g : home.groupsOf(*d))
+      targets.push_back(targetKey("", home.groups[g].id));
+  std::sort(targets.begin(), targets.end());
+  targets.erase(std::unique(targets.begin(), targets.end()), targets.end());
   std::set<std::string> names;
-  for (const auto& entry : byClient_)
-    for (const auto& s : entry.second)
-      if (covers(home, s, change))
-        names.insert(entry.first);
+  for (const auto& key : targets) {
+    auto target = byTarget_.find(key);
+    if (target == byTarget_.end())
+      continue;
+    for (const auto& entry : target->second) {
+      if (names.count(entry.first) != 0)
+        continue;
+      for (const auto& s : byClient_.at(entry.first))
+        if (targetKey(s) == key && wants(s, change)) {
+          names.insert(entry.first);
+          break;
+        }
+    }
+  }
   return names;
 }
 

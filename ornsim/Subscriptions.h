@@ -2,9 +2,11 @@
 // Subscriptions: who wants which state-change events, kept per client name.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Home.h"
@@ -34,13 +36,16 @@ struct Subscription {
 
 // Subscriptions per client name unless ornsim is told otherwise.
 constexpr int kDefaultMaxSubscriptions = 256;
+// Client names holding subscriptions at once unless ornsim is told otherwise.
+constexpr int kDefaultMaxClients = 1024;
 
 // Subscriptions outlive connections: a later client with the same name inherits
-// them.
+// them. A name is held only while it has subscriptions: its last delete frees it.
 class Subscriptions {
  public:
-  explicit Subscriptions(int maxPerClient = kDefaultMaxSubscriptions)
-      : maxPerClient_(maxPerClient) {}
+  explicit Subscriptions(int maxPerClient = kDefaultMaxSubscriptions,
+                         int maxClients = kDefaultMaxClients)
+      : maxPerClient_(maxPerClient), maxClients_(maxClients) {}
 
   // Stores s for `client` and returns it with its new id; when the client already
   // has one with the same target and event types, returns that one instead.
@@ -50,12 +55,20 @@ class Subscriptions {
   // How many subscriptions one client may hold; add() and restore() leave
   // enforcing it to their callers.
   int maxPerClient() const { return maxPerClient_; }
-  // Removes the client's subscriptions on this endpoint or group; returns how
-  // many.
-  int remove(const std::string& client, const std::string& endpointId, const std::string& groupId);
+  // How many client names may hold subscriptions; enforced as maxPerClient().
+  int maxClients() const { return maxClients_; }
+  // Removes the given event types from the client's subscriptions on this
+  // endpoint or group, and those left with none; with no types given, every
+  // subscription on the target. A subscription to every event type (none
+  // listed) goes only with the latter. Returns how many subscriptions went.
+  int remove(const std::string& client, const std::string& endpointId, const std::string& groupId,
+             const std::vector<EventTypeRef>& eventTypes = {});
   std::vector<Subscription> of(const std::string& client) const;
   size_t count(const std::string& client) const;
-  // Names of the clients that have a subscription matching `change`.
+  // Client names holding subscriptions.
+  size_t clients() const { return byClient_.size(); }
+  // Names of the clients that have a subscription matching `change`. Costs what
+  // the subscriptions on the device and on its groups cost, not all of them.
   std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
   // Every client's subscriptions, by client name.
   const std::map<std::string, std::vector<Subscription>>& all() const { return byClient_; }
@@ -64,14 +77,20 @@ class Subscriptions {
   void restore(const std::string& client, Subscription s);
 
  private:
-  // Where each client's subscriptions sit in byClient_, by sameKey(), so that
-  // finding a repeat does not scan the list.
-  void index(const std::string& client);
+  void insert(const std::string& client, Subscription s);
+  // Rebuilds the client's entries in positions_ and byTarget_ after its list
+  // changed, and forgets the client when the list is empty.
+  void index(const std::string& client, const std::vector<Subscription>& before);
 
   std::map<std::string, std::vector<Subscription>> byClient_;
+  // Where each client's subscriptions sit in byClient_, by sameKey(), so that
+  // finding a repeat does not scan the list.
   std::map<std::string, std::map<std::string, size_t>> positions_;
-  int nextId_ = 1;
+  // Per target (targetKey()), how many subscriptions each client has on it.
+  std::unordered_map<std::string, std::map<std::string, int>> byTarget_;
+  uint64_t nextId_ = 1;
   int maxPerClient_;
+  int maxClients_;
 };
 
 }  // namespace ornsim
