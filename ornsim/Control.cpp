@@ -76,8 +76,10 @@ Reply setDevice(Home& home, const std::string& id, const Value* body,
       return fail(400, "unsupported_interface", id + " does not offer " + k.interface);
     given.push_back(k.key);
   }
-  if (reachable != nullptr)
+  if (reachable != nullptr) {
     d->reachable = reachable->GetBool();
+    ++home.edits;
+  }
   if (!given.empty() && !d->reachable)
     return fail(503, "endpoint_unreachable", id + " is unreachable");
   for (const std::string key : given) {

@@ -180,6 +180,7 @@ const std::vector<size_t>& Home::groupsOf(const Device& device) const {
 }
 
 void Home::reindex() {
+  ++edits;
   deviceAt_.clear();
   groupAt_.clear();
   groupsOf_.assign(devices.size(), {});

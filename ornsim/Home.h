@@ -5,6 +5,7 @@
 
 #include <rapidjson/fwd.h>
 
+#include <cstdint>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -60,6 +61,10 @@ struct Home {
 
   // Rebuilds the lookups above; whoever changes `devices` or `groups` calls it.
   void reindex();
+
+  // Changes other than directives' (which report theirs) count here, so that a
+  // saver can tell: reindex() counts one, /sim/ reachability changes too.
+  uint64_t edits = 0;
 
  private:
   std::unordered_map<std::string, size_t> deviceAt_;  // entity and endpoint ids

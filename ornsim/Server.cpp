@@ -344,7 +344,8 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
       simulation_(options, home_, subscriptions_,
                   [this](const std::string& client, int type, const std::string& payload) {
                     return sendEvent(client, type, payload);
-                  }),
+                  },
+                  &io),
       acceptor_(io),
       acceptRetry_(io),
       acceptPause_(kFirstAcceptPause) {}
@@ -436,6 +437,7 @@ void Server::shutdown() {
   acceptRetry_.cancel();
   while (!sessions_.empty())
     (*sessions_.begin())->close();
+  simulation_.flush();
   if (!path_.empty()) {
     // Whatever has taken the path since is not ours to remove.
     struct stat st;

@@ -3,6 +3,8 @@
 // in the order a request meets them.
 #include "Simulation.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -15,25 +17,9 @@
 namespace ornsim {
 namespace {
 
-// Reads a whole file; false and *missing when it does not exist, false and
-// *err for other failures.
-bool readFile(const std::string& path, std::string* text, bool* missing, std::string* err) {
-  FILE* f = fopen(path.c_str(), "rb");
-  *missing = f == nullptr && errno == ENOENT;
-  if (f == nullptr) {
-    *err = "open " + path + ": " + strerror(errno);
-    return false;
-  }
-  char buf[65536];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, f)) > 0)
-    text->append(buf, n);
-  const bool ok = !ferror(f);
-  fclose(f);
-  if (!ok)
-    *err = "read " + path + ": " + strerror(EIO);
-  return ok;
-}
+// Under load, changes share a write of the state file; a crash (not a clean
+// stop) loses at most this much.
+constexpr std::chrono::milliseconds kSaveEvery{100};
 
 // Outside text on one log line: control characters would break it.
 std::string printable(std::string s) {
@@ -59,8 +45,12 @@ std::string now() {
 }  // namespace
 
 Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-                       EventSender sendEvent)
-    : options_(options), home_(home), subscriptions_(subscriptions), control_(subscriptions) {
+                       EventSender sendEvent, asio::io_context* io)
+    : options_(options),
+      home_(home),
+      subscriptions_(subscriptions),
+      control_(subscriptions),
+      io_(io) {
   control_.faults = options.faults;
   control_.sendEvent = [this, send = std::move(sendEvent)](const std::string& client, int type,
                                                            const std::string& payload) {
@@ -70,23 +60,46 @@ Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscr
   };
 }
 
+Simulation::~Simulation() {
+  if (stateLock_ >= 0)
+    close(stateLock_);
+}
+
 bool Simulation::start(std::string* err) {
   const std::string& path = options_.stateFile;
   if (path.empty())
     return true;
+  // Two ornsim writing one file would each overwrite the other's changes.
+  stateLock_ = lockStateFile(path, err);
+  if (stateLock_ < 0)
+    return false;
   std::string text;
   bool missing = false;
-  if (!readFile(path, &text, &missing, err) && !missing)
+  if (!readStateFile(path, &text, &missing, err) && !missing)
     return false;
   std::vector<std::string> problems;
-  if (!missing && !applyState(text, &home_, &subscriptions_, &problems)) {
+  if (!missing && !applyState(text, &home_, &subscriptions_, &problems, &kept_)) {
     *err = path + ": " + problems[0];
     for (size_t i = 1; i < problems.size(); ++i)
       *err += "; " + problems[i];
     return false;
   }
-  saved_ = stateText(home_, subscriptions_);
+  if (!kept_.empty())
+    fprintf(stderr,
+            "ornsim: %s: keeping %zu saved devices this home does not hold; they stay in the "
+            "file for the home they were saved with\n",
+            path.c_str(), kept_.size());
+  homeEdits_ = home_.edits;
+  subscriptionEdits_ = subscriptions_.edits();
+  saved_ = stateText(home_, subscriptions_, kept_);
+  lastSave_ = std::chrono::steady_clock::now();
   return writeAtomically(path, saved_, err);
+}
+
+void Simulation::flush() {
+  saveTimer_.reset();
+  if (unsaved_)
+    save();
 }
 
 Simulation::Outcome Simulation::serve(const std::string& client, int type,
@@ -121,8 +134,15 @@ Simulation::Outcome Simulation::serve(const std::string& client, int type,
   out.data = std::move(r.data);
   out.changes = std::move(r.changes);
   out.eventsSent = eventsSent_;
-  if (!options_.stateFile.empty())
-    save();
+  // Reads change nothing and write nothing.
+  if (!out.changes.empty() || home_.edits != homeEdits_ ||
+      subscriptions_.edits() != subscriptionEdits_) {
+    homeEdits_ = home_.edits;
+    subscriptionEdits_ = subscriptions_.edits();
+    unsaved_ = !options_.stateFile.empty();
+  }
+  if (unsaved_)
+    saveSoon();
   return out;
 }
 
@@ -139,13 +159,34 @@ void Simulation::log(const std::string& client, int type, const Outcome& out, in
           events);
 }
 
+void Simulation::saveSoon() {
+  if (saveTimer_ != nullptr)
+    return;
+  const auto due = lastSave_ + kSaveEvery;
+  if (io_ == nullptr || std::chrono::steady_clock::now() >= due) {
+    save();
+    return;
+  }
+  saveTimer_ = std::make_unique<asio::steady_timer>(*io_, due);
+  saveTimer_->async_wait([this](const asio::error_code& ec) {
+    if (ec == asio::error::operation_aborted)
+      return;
+    saveTimer_.reset();
+    save();
+  });
+}
+
 void Simulation::save() {
-  std::string text = stateText(home_, subscriptions_);
+  unsaved_ = false;
+  lastSave_ = std::chrono::steady_clock::now();
+  std::string text = stateText(home_, subscriptions_, kept_);
   if (text == saved_)
     return;
   std::string err;
   if (!writeAtomically(options_.stateFile, text, &err)) {
+    // Tried again with the next change, or at the stop.
     fprintf(stderr, "ornsim: %s\n", err.c_str());
+    unsaved_ = true;
     return;
   }
   saved_ = std::move(text);

@@ -4,6 +4,11 @@
 // (--state) and the traffic log (-v).
 #pragma once
 
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <chrono>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -30,14 +35,20 @@ class Simulation {
     RequestInfo info;                  // filled when the log or a fault needs it
   };
 
+  // With `io`, saving the state after changes is gathered on its timers; without,
+  // each change is saved before serve() returns.
   Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-             EventSender sendEvent);
+             EventSender sendEvent, asio::io_context* io = nullptr);
+  ~Simulation();
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
 
-  // With --state: applies the file when it exists, then writes it. Returns
-  // false and sets *err when either fails.
+  // With --state: locks the file, applies it when it exists, then writes it.
+  // Returns false and sets *err when any of that fails.
   bool start(std::string* err);
+
+  // Writes a change not saved yet (at a clean stop).
+  void flush();
 
   // Decides the answer to a request of `client` and applies it to the home
   // unless a fault stands in for the service.
@@ -48,12 +59,21 @@ class Simulation {
   void log(const std::string& client, int type, const Outcome& outcome, int events) const;
 
  private:
+  // Saves now when the last save is kSaveEvery old, else when it will be.
+  void saveSoon();
   void save();
 
   const Options& options_;
   Home& home_;
   Subscriptions& subscriptions_;
   Control control_;
+  asio::io_context* io_;
+  std::unique_ptr<asio::steady_timer> saveTimer_;  // set while a save waits
+  std::chrono::steady_clock::time_point lastSave_;
+  bool unsaved_ = false;                            // a change is not in the state file yet
+  uint64_t homeEdits_ = 0, subscriptionEdits_ = 0;  // as seen by the last request
+  std::vector<std::string> kept_;                   // saved devices the home does not hold
+  int stateLock_ = -1;
   std::string saved_;   // the state file's text as last written
   int eventsSent_ = 0;  // by the request being served
 };

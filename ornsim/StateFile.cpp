@@ -2,6 +2,9 @@
 // StateFile: writing, reading and replacing the saved state.
 #include "StateFile.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,15 +42,22 @@ const Value* arrayMember(const Value& obj, const char* key, std::vector<std::str
 }
 
 void readDevice(const Value& v, const std::string& where, Home* home,
-                std::vector<std::string>* problems) {
+                std::vector<std::string>* problems, std::vector<std::string>* kept) {
   std::string id;
   if (!getString(v, "id", &id)) {
     problems->push_back(where + ": needs a string \"id\"");
     return;
   }
   Device* d = home->findDevice(id);
-  if (d == nullptr)
+  if (d == nullptr) {
+    if (kept != nullptr) {
+      rapidjson::StringBuffer buf;
+      JsonWriter w(buf);
+      v.Accept(w);
+      kept->push_back(buf.GetString());
+    }
     return;
+  }
   if (const Value* r = findMember(v, "reachable")) {
     if (r->IsBool())
       d->reachable = r->GetBool();
@@ -141,7 +151,8 @@ void writeClients(JsonWriter& w, const Subscriptions& subs) {
   w.EndArray();
 }
 
-std::string stateText(const Home& home, const Subscriptions& subs) {
+std::string stateText(const Home& home, const Subscriptions& subs,
+                      const std::vector<std::string>& kept) {
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();
@@ -149,6 +160,15 @@ std::string stateText(const Home& home, const Subscriptions& subs) {
   w.StartArray();
   for (const auto& d : home.devices)
     writeDeviceState(w, d);
+  for (const auto& entry : kept) {
+    // A device added since (through /sim/) now speaks for itself.
+    rapidjson::Document doc;
+    std::string id;
+    if (!doc.Parse(entry.data(), entry.size()).HasParseError() && getString(doc, "id", &id) &&
+        home.findDevice(id) != nullptr)
+      continue;
+    w.RawValue(entry.data(), entry.size(), rapidjson::kObjectType);
+  }
   w.EndArray();
   writeClients(w, subs);
   w.EndObject();
@@ -156,7 +176,7 @@ std::string stateText(const Home& home, const Subscriptions& subs) {
 }
 
 bool applyState(const std::string& text, Home* home, Subscriptions* subs,
-                std::vector<std::string>* problems) {
+                std::vector<std::string>* problems, std::vector<std::string>* kept) {
   rapidjson::Document doc;
   std::string err;
   if (!parse(text, &doc, &err)) {
@@ -172,7 +192,7 @@ bool applyState(const std::string& text, Home* home, Subscriptions* subs,
   Subscriptions s(subs->maxPerClient(), subs->maxClients());
   if (const Value* devices = arrayMember(doc, "devices", problems))
     for (SizeType i = 0; i < devices->Size(); ++i)
-      readDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &h, problems);
+      readDevice((*devices)[i], "devices[" + std::to_string(i) + "]", &h, problems, kept);
   if (const Value* clients = arrayMember(doc, "clients", problems))
     for (SizeType i = 0; i < clients->Size(); ++i)
       readClient((*clients)[i], "clients[" + std::to_string(i) + "]", &s, problems);
@@ -183,29 +203,119 @@ bool applyState(const std::string& text, Home* home, Subscriptions* subs,
   return true;
 }
 
+int lockStateFile(const std::string& path, std::string* err) {
+  const std::string lockPath = path + ".lock";
+  const int fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) {
+    *err = "open " + lockPath + ": " + strerror(errno);
+    return -1;
+  }
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    const int e = errno;
+    close(fd);
+    *err = e == EWOULDBLOCK ? "another ornsim keeps its state in " + path + ": it holds " + lockPath
+                            : "lock " + lockPath + ": " + strerror(e);
+    return -1;
+  }
+  return fd;
+}
+
+bool readStateFile(const std::string& path, std::string* text, bool* missing, std::string* err) {
+  // Non-blocking, so that a FIFO cannot hold the start; then only a regular
+  // file is read, so that /dev/zero cannot fill memory.
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  *missing = fd < 0 && errno == ENOENT;
+  if (fd < 0) {
+    *err = errno == ELOOP ? path + ": is a symbolic link; name the state file itself"
+                          : "open " + path + ": " + strerror(errno);
+    return false;
+  }
+  struct stat st;
+  bool ok = fstat(fd, &st) == 0;
+  if (ok && !S_ISREG(st.st_mode)) {
+    const char* what = S_ISDIR(st.st_mode)    ? "a directory"
+                       : S_ISFIFO(st.st_mode) ? "a FIFO"
+                       : S_ISCHR(st.st_mode)  ? "a character device"
+                       : S_ISBLK(st.st_mode)  ? "a block device"
+                       : S_ISSOCK(st.st_mode) ? "a socket"
+                                              : "not a regular file";
+    close(fd);
+    *err = path + ": is " + std::string(what) + ", not a regular file";
+    return false;
+  }
+  char buf[65536];
+  ssize_t n = 0;
+  while (ok && (n = read(fd, buf, sizeof buf)) != 0) {
+    if (n < 0 && errno == EINTR)
+      continue;
+    ok = n > 0;
+    if (ok)
+      text->append(buf, static_cast<size_t>(n));
+  }
+  if (!ok)
+    *err = "read " + path + ": " + strerror(errno);
+  close(fd);
+  return ok;
+}
+
+namespace {
+
+bool writeAll(int fd, const std::string& text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      return false;
+    done += static_cast<size_t>(n);
+  }
+  return true;
+}
+
+// The rename is only lasting once the folder holding both names is synced.
+void syncFolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "."
+                             : slash == 0               ? "/"
+                                                        : path.substr(0, slash);
+  const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) {
+    fsync(fd);
+    close(fd);
+  }
+}
+
+}  // namespace
+
 bool writeAtomically(const std::string& path, const std::string& text, std::string* err) {
   const std::string temp = path + ".tmp";
-  FILE* f = fopen(temp.c_str(), "w");
-  if (f == nullptr) {
-    *err = "open " + temp + ": " + strerror(errno);
+  // Left by a crash; whatever is there (another user's link included) is
+  // replaced, never written through. unlink() removes a link, not its target.
+  unlink(temp.c_str());
+  const int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    *err = "create " + temp + ": " + strerror(errno);
     return false;
   }
-  bool ok = fwrite(text.data(), 1, text.size(), f) == text.size() && fflush(f) == 0;
+  bool ok = writeAll(fd, text) && fsync(fd) == 0;
   int error = errno;
-  if (fclose(f) != 0 && ok) {
+  if (close(fd) != 0 && ok) {
     ok = false;
     error = errno;
-  }
-  if (ok && rename(temp.c_str(), path.c_str()) != 0) {
-    *err = "rename " + temp + " to " + path + ": " + strerror(errno);
-    unlink(temp.c_str());
-    return false;
   }
   if (!ok) {
     *err = "write " + temp + ": " + strerror(error);
     unlink(temp.c_str());
+    return false;
   }
-  return ok;
+  if (rename(temp.c_str(), path.c_str()) != 0) {
+    *err = "rename " + temp + " to " + path + ": " + strerror(errno);
+    unlink(temp.c_str());
+    return false;
+  }
+  syncFolderOf(path);
+  return true;
 }
 
 }  // namespace ornsim

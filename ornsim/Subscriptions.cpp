@@ -70,6 +70,7 @@ const Subscription& Subscriptions::add(const std::string& client, Subscription s
 }
 
 void Subscriptions::insert(const std::string& client, Subscription s) {
+  ++edits_;
   auto& list = byClient_[client];
   positions_[client].emplace(sameKey(s), list.size());
   ++byTarget_[targetKey(s)][client];
@@ -85,6 +86,7 @@ const Subscription* Subscriptions::find(const std::string& client, const Subscri
 }
 
 void Subscriptions::index(const std::string& client, const std::vector<Subscription>& before) {
+  ++edits_;
   for (const auto& s : before) {
     auto target = byTarget_.find(targetKey(s));
     if (target != byTarget_.end() && --target->second[client] <= 0) {

@@ -67,6 +67,8 @@ class Subscriptions {
   size_t count(const std::string& client) const;
   // Client names holding subscriptions.
   size_t clients() const { return byClient_.size(); }
+  // Counts every change to the subscriptions, so that a saver can tell.
+  uint64_t edits() const { return edits_; }
   // Names of the clients that have a subscription matching `change`. Costs what
   // the subscriptions on the device and on its groups cost, not all of them.
   std::set<std::string> subscribers(const Home& home, const StateChange& change) const;
@@ -89,6 +91,7 @@ class Subscriptions {
   // Per target (targetKey()), how many subscriptions each client has on it.
   std::unordered_map<std::string, std::map<std::string, int>> byTarget_;
   uint64_t nextId_ = 1;
+  uint64_t edits_ = 0;
   int maxPerClient_;
   int maxClients_;
 };

@@ -696,6 +696,10 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
        {"subscribe", "create", "--endpoint", "ep-desk", "--events", "ns:n"},
        {"subscribe", "list"}},
   };
+  // Another user's link at the temporary name is replaced, never written through.
+  const std::string victim = dir.file("victim");
+  std::ofstream(victim) << "untouched";
+  ASSERT_EQ(symlink(victim.c_str(), (state + ".tmp").c_str()), 0);
   std::string out;
   for (const auto& runs : kRuns) {
     orntest::Ornsim sim({"--state", state});
@@ -708,15 +712,40 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
                           R"(2","entities":{"endpoint":{"type":"Endpoint","id":"ep-desk"}})"})
     EXPECT_NE(out.find(std::string(R"("subscriptionId":"sub-)") + sub), std::string::npos) << out;
   EXPECT_NE(access((state + ".tmp").c_str(), F_OK), 0);
-  // ornsim refuses to start: two saved subscriptions are more than a client may hold here; a
-  // bad state file; a bad home file; a record file it cannot open.
+  EXPECT_EQ(orntest::fileText(victim), "untouched");
+  struct stat st {};
+  ASSERT_EQ(stat(state.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+  // Saved devices another home lacks stay in the file, with a word on stderr.
+  const std::string other = dir.file("other.json");
+  std::ofstream(other) << R"({"devices":[{"id":"lamp-1"}]})";
+  {
+    orntest::Ornsim sim({"--home", other, "--state", state});
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    EXPECT_NE(orntest::fileText(sim.dir().file("ornsim.stderr")).find("keeping 6 saved devices"),
+              std::string::npos);
+  }
+  EXPECT_NE(orntest::fileText(state).find(R"({"id":"light-kitchen","reachable":true,"state":{"power":false)"), std::string::npos);
+  // ornsim refuses to start: a state file another ornsim keeps; two saved subscriptions are more
+  // than a client may hold here; a bad state file; files that are not regular; a bad home file; a
+  // record file it cannot open.
   const std::string bad = dir.file("bad.json"), home = dir.file("home.json"),
-                    record = dir.file("no/record");
+                    record = dir.file("no/record"), fifo = dir.file("fifo"), link = dir.file("link");
   std::ofstream(bad) << R"({"devices":[{"id":"light-kitchen","state":{"power":1}}]})";
   std::ofstream(home) << R"({"devices":[{"friendlyName":"x"}]})";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  ASSERT_EQ(symlink(state.c_str(), link.c_str()), 0);
+  const std::string held = dir.file("held.json");
+  orntest::Ornsim holder({"--state", held});
+  ASSERT_TRUE(holder.ok()) << holder.error();
   const std::pair<std::vector<std::string>, std::string> kRefusals[] = {
+      {{"--state", held}, "another ornsim keeps its state in " + held + ": it holds " + held + ".lock"},
       {{"--state", state, "--max-subscriptions", "1"}, "too many subscriptions for \"ORNCLI-cmd\""},
       {{"--state", bad}, bad + ": devices[0].state: \"power\" must be true or false"},
+      {{"--state", fifo}, fifo + ": is a FIFO, not a regular file"},
+      {{"--state", dir.path()}, dir.path() + ": is a directory, not a regular file"},
+      {{"--state", "/dev/zero"}, "/dev/zero: is a character device, not a regular file"},
+      {{"--state", link}, link + ": is a symbolic link"},
       {{"--home", home}, "devices[0]: missing \"id\""},
       {{"--record", record}, "open " + record + ": No such file or directory"},
   };
