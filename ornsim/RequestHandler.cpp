@@ -97,6 +97,10 @@ Reply featureState(Home& home, const std::string& id, const std::string& feature
   JsonWriter w(buf);
   if (!writeFeature(w, *d, feature))
     return fail(404, "unknown_feature", "endpoint " + id + " has no feature " + feature);
+  // Its last known state would pass for the current one; only whether it is
+  // reachable is known.
+  if (!d->reachable && feature != "connectivity")
+    return fail(503, "endpoint_unreachable", id + " is unreachable");
   return {200, buf.GetString()};
 }
 
