@@ -187,6 +187,8 @@ Reply listSubscriptions(const Subscriptions& subs) {
   return {200, buf.GetString()};
 }
 
+std::string faultList(const Control& control);
+
 Reply faults(Control& control, const std::string& action, const Value* body) {
   if (action == "add") {
     std::string text, err;
@@ -199,6 +201,17 @@ Reply faults(Control& control, const std::string& action, const Value* body) {
   } else if (action == "clear") {
     control.faults.clear();
   }
+  std::string answer = faultList(control);
+  // Refused rather than set unseen: the answer lists every fault.
+  if (action == "add" && escapedSize(answer) > kMaxAnswerBytes) {
+    control.faults.pop_back();
+    return fail(400, "too_many_faults",
+                "the faults set would not fit in an answer; nothing was added");
+  }
+  return {200, answer};
+}
+
+std::string faultList(const Control& control) {
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();
@@ -210,7 +223,7 @@ Reply faults(Control& control, const std::string& action, const Value* body) {
     writeString(w, faultText(f));
   w.EndArray();
   w.EndObject();
-  return {200, buf.GetString()};
+  return buf.GetString();
 }
 
 }  // namespace

@@ -25,6 +25,67 @@ void writeResult(JsonWriter& w, const char* endpointId, const Reply& r) {
   w.EndObject();
 }
 
+// Results of a request that changes things: every one when they fit in an
+// answer, else (the changes are made all the same) a summary with as many
+// failures as fit. `ids` names each result's endpoint; without, its index.
+std::string resultsAnswer(const std::vector<Reply>& replies, const std::vector<std::string>* ids) {
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("results");
+  w.StartArray();
+  for (size_t i = 0; i < replies.size(); ++i)
+    writeResult(w, ids != nullptr ? (*ids)[i].c_str() : nullptr, replies[i]);
+  w.EndArray();
+  w.EndObject();
+  std::string all = buf.GetString();
+  if (escapedSize(all) <= kMaxAnswerBytes)
+    return all;
+  size_t failed = 0;
+  for (const auto& r : replies)
+    failed += r.code >= 300 ? 1 : 0;
+  rapidjson::StringBuffer sbuf;
+  JsonWriter s(sbuf);
+  s.StartObject();
+  s.Key("summary");
+  s.StartObject();
+  s.Key(ids != nullptr ? "endpoints" : "operations");
+  s.Uint64(replies.size());
+  s.Key("succeeded");
+  s.Uint64(replies.size() - failed);
+  s.Key("failed");
+  s.Uint64(failed);
+  s.EndObject();
+  s.Key("failures");
+  s.StartArray();
+  size_t listed = 0;
+  // A quarter of the room for failures leaves room for their escaping (at most
+  // double) and what follows; a failure too long for its share is only counted.
+  for (size_t i = 0; i < replies.size() && sbuf.GetSize() < kMaxAnswerBytes / 4; ++i) {
+    const size_t idSize = ids != nullptr ? (*ids)[i].size() : 0;
+    if (replies[i].code < 300 || replies[i].json.size() + idSize > kMaxAnswerBytes / 16)
+      continue;
+    s.StartObject();
+    if (ids != nullptr) {
+      writeMember(s, "endpointId", (*ids)[i]);
+    } else {
+      s.Key("index");
+      s.Uint64(i);
+    }
+    s.Key("responseCode");
+    s.Int(replies[i].code);
+    s.Key("responseData");
+    s.RawValue(replies[i].json.data(), replies[i].json.size(), rapidjson::kObjectType);
+    s.EndObject();
+    ++listed;
+  }
+  s.EndArray();
+  s.Key("failuresNotListed");
+  s.Uint64(failed - listed);
+  s.EndObject();
+  return sbuf.GetString();
+}
+
 const char kReachableFilter[] =
     "features[name:connectivity].properties[name:reachability].value.value=";
 
@@ -144,18 +205,12 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
   } else {
     return fail(400, "invalid_body", "the body needs \"batch\" or \"groupId\"");
   }
-  rapidjson::StringBuffer buf;
-  JsonWriter w(buf);
-  w.StartObject();
-  w.Key("results");
-  w.StartArray();
-  for (const auto& id : ids) {
-    // Unknown endpoints fail alone; the rest of the batch still applies.
-    writeResult(w, id.c_str(), applyTo(home.findDevice(id), id, op, args, changes));
-  }
-  w.EndArray();
-  w.EndObject();
-  return {200, buf.GetString()};
+  std::vector<Reply> replies;
+  replies.reserve(ids.size());
+  // Unknown endpoints fail alone; the rest of the batch still applies.
+  for (const auto& id : ids)
+    replies.push_back(applyTo(home.findDevice(id), id, op, args, changes));
+  return {200, resultsAnswer(replies, &ids)};
 }
 
 Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes, Control* control) {
@@ -282,24 +337,27 @@ HandlerResult requestPayload(Home& home, const Value& doc, Control* control) {
     result.data = replies[0].json;
     return result;
   }
-  rapidjson::StringBuffer buf;
-  JsonWriter w(buf);
-  w.StartObject();
-  w.Key("results");
-  w.StartArray();
   bool allOk = true;
-  for (const auto& r : replies) {
+  for (const auto& r : replies)
     allOk = allOk && r.code < 300;
-    writeResult(w, nullptr, r);
-  }
-  w.EndArray();
-  w.EndObject();
   result.code = allOk ? 200 : 207;
-  result.data = buf.GetString();
+  result.data = resultsAnswer(replies, nullptr);
   return result;
 }
 
 }  // namespace
+
+size_t escapedSize(const std::string& json) {
+  size_t n = json.size();
+  for (const char c : json) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\' || c == '\b' || c == '\f' || c == '\n' || c == '\r' || c == '\t')
+      n += 1;
+    else if (u < 0x20)
+      n += 5;
+  }
+  return n;
+}
 
 HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
                             int requestType, const std::string& payload, Control* control) {

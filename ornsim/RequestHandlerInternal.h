@@ -24,6 +24,13 @@ inline Reply fail(int code, const std::string& error, const std::string& message
   return {code, errorJson(error, message)};
 }
 
+// An answer's JSON text, escaped into a response message, fits in a frame (1 MiB)
+// when it stays below this: the rest is room for the message around it and a
+// request id of up to 64 KiB less a little.
+constexpr size_t kMaxAnswerBytes = (1u << 20) - (64u << 10);
+// The length of `json` once escaped as a JSON string.
+size_t escapedSize(const std::string& json);
+
 // Answers a request on a path under /sim/, split at "/" into `segments`.
 Reply controlRequest(Control& control, Home& home, const std::string& method,
                      const std::vector<std::string>& segments, const rapidjson::Value* body,

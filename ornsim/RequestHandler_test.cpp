@@ -32,6 +32,12 @@ std::string dfi(const std::string& ns, const std::string& name, const std::strin
          R"(","friendlyName":""})" + (payload.empty() ? "" : R"(,"payload":)" + payload) + "}]}";
 }
 
+// The one element of dfi()'s "dfi" array.
+std::string dfiElement(const std::string& ns, const std::string& name, const std::string& endpoint) {
+  const std::string text = dfi(ns, name, endpoint);
+  return text.substr(8, text.size() - 10);
+}
+
 std::string repeat(const std::string& piece, size_t n) {
   std::string text;
   while (n-- > 0)
@@ -81,6 +87,10 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, batch("power/turnOn", R"({"directivePayload":{}})"), 400, "invalid_body"},
       {1, batch("power/toggle", R"({"batch":[]})"), 404, "no directive toggle for power"},
       {1, qfi("/v2/endpoints/batch/interfaces/power/turnOn", "GET"), 405, "method_not_allowed"},
+      // Results past a frame: the changes are made and a summary says so.
+      {1, batch("power/turnOn", R"({"batch":[)" + repeat(R"({"endpointId":"ep-kitchen"},)", 16000) + R"({"endpointId":"ep-kitchen"}]})"), 200, R"({"summary":{"endpoints":16001,"succeeded":16001,"failed":0},"failures":[],"failuresNotListed":0})"},
+      {1, batch("power/turnOn", R"({"batch":[)" + repeat(R"({"endpointId":"ghost"},)", 16000) + R"({"endpointId":"ep-kitchen"}]})"), 200, R"({"summary":{"endpoints":16001,"succeeded":1,"failed":16000},"failures":[{"endpointId":"ghost","responseCode":404,)"},
+      {1, R"({"dfi":[)" + repeat(dfiElement("Corva.PowerController", "TurnOn", "ep-kitchen") + ",", 16000) + "null]}", 207, R"({"summary":{"operations":16001,"succeeded":16000,"failed":1},"failures":[{"index":16000,"responseCode":400,)"},
       // DFI directives.
       {1, dfi("Corva.PowerController", "TurnOn", "ep-bedroom"), 200, "SUCCESS"},
       {1, dfi("Corva.BrightnessController", "SetBrightness", "ep-kettle", R"({"brightness":1})"), 400, "unsupported_interface"},
@@ -121,6 +131,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("events", R"({"eventType":21,"payload":{"a":1},"client":"bob"})"), 200, R"({"sent":0})"},
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
+      {1, sim("faults", R"({"fault":"request:2,respond:200:)" + std::string(1000000, 'x') + "\"}"), 400, "too_many_faults"},
   };
   for (const auto& c : kCases) {
     Home home = builtinHome(); Subscriptions subs; Control control(subs);
