@@ -205,14 +205,16 @@ bool Child::nextOutLine(Clock::time_point deadline) {
   }
 }
 
-Sim::Sim(const std::string& ornsimPath) {
+Sim::Sim(const std::string& ornsimPath, const std::vector<std::string>& extraArgs) {
   std::string pattern = (std::filesystem::temp_directory_path() / "ornbench-XXXXXX").string();
   if (!mkdtemp(pattern.data()))
     return;
   dir_ = pattern;
   socket_ = dir_ + "/qipc.sock";
-  child_ = std::make_unique<Child>(std::vector<std::string>{ornsimPath, "--socket", socket_});
-  ready_ = child_->started() && child_->waitOut("ready ", Clock::now() + std::chrono::seconds(10));
+  std::vector<std::string> argv{ornsimPath, "--socket", socket_};
+  argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
+  child_ = std::make_unique<Child>(argv);
+  ready_ = child_->started() && child_->waitOut("ready ", Clock::now() + std::chrono::seconds(60));
 }
 
 Sim::~Sim() {
@@ -298,9 +300,12 @@ int Conn::drain(bool* registered) {
     if (status == ornwick::qipc::FrameDecoder::Status::kError ||
         !ornwick::qipc::decodeMessage(body, &m, &err))
       return -1;
-    if (m.kind == ornwick::qipc::MessageKind::kResponse)
+    if (m.kind == ornwick::qipc::MessageKind::kResponse) {
       ++responses;
-    else if (m.kind == ornwick::qipc::MessageKind::kEvent && m.type == 23 && registered)
+      lastCode_ = m.code;
+    } else if (m.kind == ornwick::qipc::MessageKind::kEvent && m.type == 21) {
+      ++stateEvents_;
+    } else if (m.kind == ornwick::qipc::MessageKind::kEvent && m.type == 23 && registered)
       *registered = true;
   }
 }

@@ -64,13 +64,14 @@ class Child {
 // ornsim on a socket in its own temporary folder.
 class Sim {
  public:
-  explicit Sim(const std::string& ornsimPath);
+  explicit Sim(const std::string& ornsimPath, const std::vector<std::string>& extraArgs = {});
   ~Sim();
   Sim(const Sim&) = delete;
   Sim& operator=(const Sim&) = delete;
 
   bool ok() const { return child_ && child_->started() && ready_; }
   const std::string& socketPath() const { return socket_; }
+  pid_t pid() const { return child_ ? child_->pid() : -1; }
 
  private:
   std::string dir_;
@@ -94,6 +95,9 @@ class Conn {
   bool readResponse(Clock::time_point deadline);
   // Non-blocking: consumes what is readable; returns the responses completed, -1 on error.
   int pump();
+  // The code of the last response read, and the state-change events read so far.
+  int lastCode() const { return lastCode_; }
+  long stateEvents() const { return stateEvents_; }
 
  private:
   bool writeAll(const std::string& frame);
@@ -101,6 +105,8 @@ class Conn {
   int drain(bool* registered);
 
   int fd_ = -1;
+  int lastCode_ = 0;
+  long stateEvents_ = 0;
   ornwick::qipc::FrameDecoder decoder_;
 };
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // ornbench: the end-to-end figures behind bench/run. orncli against the floor client in
-// alternating pairs, ornsim under 1, 16 and 64 connections, and subscribe listen's delay
-// from a state change to its printed line. Each part starts its own ornsim.
+// alternating pairs, ornsim under 1, 16 and 64 connections, subscribe listen's delay
+// from a state change to its printed line, and ornsim at scale (ScaleBench). Each part
+// starts its own ornsim.
 #include <poll.h>
 
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "BenchProcess.h"
+#include "ScaleBench.h"
 
 namespace {
 
@@ -36,6 +38,8 @@ struct Options {
   int runs = 300;
   double seconds = 1.0;
   int events = 200;
+  int devices = 20000;  // the big home's
+  int names = 100000;   // client names that come and go
   std::string only;
 };
 
@@ -241,13 +245,17 @@ bool parse(int argc, char** argv, Options* o) {
       o->seconds = atof(value);
     else if (flag == "--events")
       o->events = atoi(value);
+    else if (flag == "--devices")
+      o->devices = atoi(value);
+    else if (flag == "--names")
+      o->names = atoi(value);
     else if (flag == "--only")
       o->only = value;
     else
       return false;
   }
   return argc % 2 == 1 && !o->ornsim.empty() && !o->orncli.empty() && !o->floor.empty() &&
-         o->runs > 0 && o->seconds > 0 && o->events > 0;
+         o->runs > 0 && o->seconds > 0 && o->events > 0 && o->devices > 0 && o->names > 0;
 }
 
 }  // namespace
@@ -257,7 +265,8 @@ int main(int argc, char** argv) {
   if (!parse(argc, argv, &o)) {
     fputs(
         "usage: ornbench --ornsim PATH --orncli PATH --floor PATH [--runs N] [--seconds S]\n"
-        "                [--events N] [--only pairs|load|listen]\n",
+        "                [--events N] [--devices N] [--names N]\n"
+        "                [--only pairs|load|listen|group|names]\n",
         stderr);
     return 1;
   }
@@ -269,5 +278,9 @@ int main(int argc, char** argv) {
     ok = runLoad(o) && ok;
   if (o.only.empty() || o.only == "listen")
     ok = runListen(o) && ok;
+  if (o.only.empty() || o.only == "group")
+    ok = ornbench::runGroupDirective(o.ornsim, o.devices) && ok;
+  if (o.only.empty() || o.only == "names")
+    ok = ornbench::runClientNames(o.ornsim, o.names) && ok;
   return ok ? 0 : 2;
 }
