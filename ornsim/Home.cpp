@@ -42,6 +42,10 @@ class Checker {
       return false;
     }
     out->assign(v->GetString(), v->GetStringLength());
+    if (!cleanText(*out)) {
+      fail(std::string("\"") + key + "\" must be UTF-8 text without control characters");
+      return false;
+    }
     return true;
   }
 
@@ -81,10 +85,62 @@ class Checker {
   std::string where_;
 };
 
+// The length of the UTF-8 character at s[i] and its code point in *cp; 0 when
+// the bytes there are not one (overlong, a surrogate, past U+10FFFF, cut short).
+size_t utf8Char(const std::string& s, size_t i, uint32_t* cp) {
+  const auto b = [&](size_t k) { return static_cast<unsigned char>(s[i + k]); };
+  const unsigned char lead = b(0);
+  const size_t n = lead < 0x80                    ? 1
+                   : lead >= 0xc2 && lead <= 0xdf ? 2
+                   : lead >= 0xe0 && lead <= 0xef ? 3
+                   : lead >= 0xf0 && lead <= 0xf4 ? 4
+                                                  : 0;
+  if (n == 0 || i + n > s.size())
+    return 0;
+  *cp = n == 1 ? lead : lead & (0xff >> (n + 1));
+  for (size_t k = 1; k < n; ++k) {
+    if ((b(k) & 0xc0) != 0x80)
+      return 0;
+    *cp = (*cp << 6) | (b(k) & 0x3f);
+  }
+  static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (*cp < kLeast[n] || *cp > 0x10ffff || (*cp >= 0xd800 && *cp <= 0xdfff))
+    return 0;
+  return n;
+}
+
+bool isControl(uint32_t cp) {
+  return cp < 0x20 || (cp >= 0x7f && cp <= 0x9f);
+}
+
 const char* const kInterfaces[] = {kPowerController, kBrightnessController, kColorController,
                                    kColorTemperatureController};
 
 }  // namespace
+
+bool cleanText(const std::string& s) {
+  uint32_t cp = 0;
+  for (size_t i = 0, n = 0; i < s.size(); i += n)
+    if ((n = utf8Char(s, i, &cp)) == 0 || isControl(cp))
+      return false;
+  return true;
+}
+
+std::string printableText(const std::string& s) {
+  std::string out;
+  out.reserve(s.size());
+  uint32_t cp = 0;
+  for (size_t i = 0, n = 0; i < s.size(); i += n) {
+    n = utf8Char(s, i, &cp);
+    if (n == 0 || isControl(cp)) {
+      out += '?';
+      n = n == 0 ? 1 : n;
+    } else {
+      out.append(s, i, n);
+    }
+  }
+  return out;
+}
 
 void parseDeviceState(const Value& v, const std::string& where, DeviceState* state,
                       std::vector<std::string>* problems) {
@@ -257,7 +313,9 @@ bool parseHome(const std::string& text, Home* home, std::vector<std::string>* pr
               continue;
             }
             group.members.emplace_back(m.GetString(), m.GetStringLength());
-            if (h.findDevice(group.members.back()) == nullptr)
+            if (!cleanText(group.members.back()))
+              c.fail("a member must be UTF-8 text without control characters");
+            else if (h.findDevice(group.members.back()) == nullptr)
               c.fail("member \"" + group.members.back() + "\" is not a device");
           }
         }

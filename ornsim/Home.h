@@ -72,6 +72,12 @@ struct Home {
   std::vector<std::vector<size_t>> groupsOf_;  // per device, parallel to `devices`
 };
 
+// Whether s is UTF-8 without control characters (C0, DEL or C1): what ids and
+// names must be, so that strict decoders and one-line logs take them.
+bool cleanText(const std::string& s);
+// s with every control character and every byte that is not UTF-8 as '?'.
+std::string printableText(const std::string& s);
+
 // Parses a home file's text. Returns false with every problem found in
 // *problems.
 bool parseHome(const std::string& text, Home* home, std::vector<std::string>* problems);

@@ -62,6 +62,7 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
       {std::string(400000, '['), {"not valid JSON: Nesting deeper than 256 levels."}},
       {R"({"devices":[{"id":"a","interfaces":["Corva.PowerController","Corva.Power"]}]})", {"devices[0].interfaces[1]: unknown interface \"Corva.Power\""}},
       {R"({"devices":[{"id":"a","state":{"brightnes":1,"color":{"hue":1,"sat":0}}}]})", {"devices[0].state: unknown key \"brightnes\"", "devices[0].state.color: unknown key \"sat\""}},
+      {"{\"devices\":[{\"id\":\"a\xff\",\"friendlyName\":\"x\\u0085\"},{\"id\":\"\xc0\xaf\",\"externallyReportedId\":\"\xed\xa0\x80\"}],\"groups\":[{\"id\":\"\\u001b\",\"members\":[\"\xf4\x90\x80\x80\"]}]}", {"devices[0]: \"id\" must be UTF-8 text without control characters", "devices[0]: \"friendlyName\" must be UTF-8", "devices[1]: \"id\" must be UTF-8", "devices[1]: \"externallyReportedId\" must be UTF-8", "groups[0]: \"id\" must be UTF-8", "groups[0]: a member must be UTF-8"}},
       // clang-format on
   };
   for (const auto& c : kCases) {
@@ -77,6 +78,24 @@ TEST(Home, CollectsEveryProblemOfABadFile) {
     }
     // A rejected file leaves the home as it was.
     EXPECT_EQ(home.devices.size(), builtinHome().devices.size()) << c.text.substr(0, 80);
+  }
+}
+
+TEST(Home, TextIsCleanUtf8WithoutControlCharacters) {
+  static const struct {
+    std::string text, printable;
+  } kCases[] = {
+      // clang-format off
+      {"Küche 💡", "Küche 💡"},
+      {"a\tb\x7f", "a?b?"},
+      {"c1 \xc2\x85 \xc2\x9f end", "c1 ? ? end"},
+      {"cut \xe2\x82", "cut ??"},
+      {"overlong \xc0\xaf, surrogate \xed\xa0\x80, past \xf4\x90\x80\x80", "overlong ??, surrogate ???, past ????"},
+      // clang-format on
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(printableText(c.text), c.printable);
+    EXPECT_EQ(cleanText(c.text), c.text == c.printable) << c.text;
   }
 }
 

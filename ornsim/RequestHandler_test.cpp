@@ -7,6 +7,7 @@
 
 #include "Control.h"
 #include "Simulation.h"
+#include "StateFile.h"
 
 namespace ornsim {
 namespace {
@@ -127,6 +128,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("endpoints", R"({"id":"x","externallyReportedId":"ep-desk"})"), 409, "device_exists"},
       {1, sim("endpoints", R"({"id":"x","interfaces":["Corva.Power"]})"), 400, "unknown interface"},
       {1, sim("endpoints/light-kitchen/remove"), 200, "SUCCESS"},
+      {1, sim("endpoints", R"({"id":"x","friendlyName":"bell\u0007"})"), 400, R"({"error":"invalid_body","message":"device: \"friendlyName\" must be UTF-8 text without control characters"})"},
       {1, sim("events", R"({"eventType":"21"})"), 400, "invalid_body"},
       {1, sim("events", R"({"eventType":21,"payload":{"a":1},"client":"bob"})"), 200, R"({"sent":0})"},
       {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
@@ -271,6 +273,28 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
     subs.add("watcher", c.sub);
     EXPECT_EQ(subs.subscribers(home, kitchenPower).count("watcher"), c.matches ? 1u : 0u)
         << c.sub.endpointId << c.sub.groupId;
+  }
+}
+
+TEST(StateFile, SavedTextIsCheckedAndIdsCountOnFromIt) {
+  const struct {
+    std::string text;
+    std::string outcome;  // the first problem, or the id a create gets next
+  } kCases[] = {
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-2147483647","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-2147483648"},
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-18446744073709551615","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-1"},
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-x9","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-1"},
+      {R"({"devices":[{"id":"lamp\u0085"}]})", R"(devices[0]: "id" must be UTF-8 text without control characters)"},
+      {"{\"clients\":[{\"client\":\"\xff\",\"subscriptions\":[]}]}", R"(clients[0]: "client" must be UTF-8 text without control characters)"},
+  };
+  for (const auto& c : kCases) {
+    Home home = builtinHome(); Subscriptions subs; std::vector<std::string> problems;
+    if (!applyState(c.text, &home, &subs, &problems)) {
+      EXPECT_EQ(problems.at(0), c.outcome) << c.text;
+      continue;
+    }
+    const HandlerResult r = handleRequest(home, subs, "d", 2, subOp("create", "[" + onEndpoint("ep-kitchen") + "]"));
+    EXPECT_NE(r.data.find("\"" + c.outcome + "\""), std::string::npos) << c.text << "\n" << r.data;
   }
 }
 

@@ -341,11 +341,12 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
       options_(options),
       home_(std::move(home)),
       subscriptions_(options.maxSubscriptions, options.maxClients),
-      simulation_(options, home_, subscriptions_,
-                  [this](const std::string& client, int type, const std::string& payload) {
-                    return sendEvent(client, type, payload);
-                  },
-                  &io),
+      simulation_(
+          options, home_, subscriptions_,
+          [this](const std::string& client, int type, const std::string& payload) {
+            return sendEvent(client, type, payload);
+          },
+          &io),
       acceptor_(io),
       acceptRetry_(io),
       acceptPause_(kFirstAcceptPause) {}
@@ -507,9 +508,14 @@ void Server::connectionClosed() {
 void Server::record(const std::string& line) {
   if (record_ == nullptr)
     return;
-  fputs(line.c_str(), record_);
-  fputc('\n', record_);
-  fflush(record_);
+  const bool ok =
+      fputs(line.c_str(), record_) >= 0 && fputc('\n', record_) != EOF && fflush(record_) == 0;
+  if (!ok && !recordFailing_)
+    fprintf(stderr, "ornsim: cannot write to %s: %s; lines are lost until it can\n",
+            options_.recordFile.c_str(), strerror(errno));
+  if (!ok)
+    clearerr(record_);
+  recordFailing_ = !ok;
 }
 
 int Server::publish(const StateChange& change) {

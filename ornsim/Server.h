@@ -74,6 +74,7 @@ class Server {
   std::string lockPath_;
   int lockFd_ = -1;
   FILE* record_ = nullptr;
+  bool recordFailing_ = false;  // said once until a write succeeds again
   std::set<std::shared_ptr<Session>> sessions_;
   size_t partialBytes_ = 0;  // partly received frames, all sessions
   size_t queuedBytes_ = 0;   // frames not yet written, all sessions

@@ -21,14 +21,6 @@ namespace {
 // stop) loses at most this much.
 constexpr std::chrono::milliseconds kSaveEvery{100};
 
-// Outside text on one log line: control characters would break it.
-std::string printable(std::string s) {
-  for (char& c : s)
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-      c = '?';
-  return s;
-}
-
 std::string now() {
   const auto t = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(t);
@@ -155,7 +147,7 @@ void Simulation::log(const std::string& client, int type, const Outcome& out, in
   if (out.fault)
     answer += " (fault)";
   fprintf(stderr, "%s #%ld \"%s\" type %d %s -> %s, events %d\n", now().c_str(), out.number,
-          printable(client).c_str(), type, printable(out.info.what).c_str(), answer.c_str(),
+          printableText(client).c_str(), type, printableText(out.info.what).c_str(), answer.c_str(),
           events);
 }
 

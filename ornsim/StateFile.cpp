@@ -48,6 +48,10 @@ void readDevice(const Value& v, const std::string& where, Home* home,
     problems->push_back(where + ": needs a string \"id\"");
     return;
   }
+  if (!cleanText(id)) {
+    problems->push_back(where + ": \"id\" must be UTF-8 text without control characters");
+    return;
+  }
   Device* d = home->findDevice(id);
   if (d == nullptr) {
     if (kept != nullptr) {
@@ -74,6 +78,10 @@ void readClient(const Value& v, const std::string& where, Subscriptions* subs,
   const Value* list = findMember(v, "subscriptions");
   if (!getString(v, "client", &client) || list == nullptr || !list->IsArray()) {
     problems->push_back(where + ": needs a string \"client\" and an array \"subscriptions\"");
+    return;
+  }
+  if (!cleanText(client)) {
+    problems->push_back(where + ": \"client\" must be UTF-8 text without control characters");
     return;
   }
   std::vector<Subscription> saved;

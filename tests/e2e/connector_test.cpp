@@ -653,7 +653,8 @@ TEST(Ornsim, HomeFileTooBigForOneFrame) {
 }
 
 TEST(Ornsim, SubscriptionsOutliveTheirConnectionAndGetWallSwitchChanges) {
-  orntest::Ornsim sim({"-v", "--response-delay-ms", "1"});  // the delay spares the /sim/ paths
+  // The delay spares the /sim/ paths; a record that cannot be written is said once.
+  orntest::Ornsim sim({"-v", "--response-delay-ms", "1", "--record", "/dev/full"});
   ASSERT_TRUE(sim.ok()) << sim.error();
   {
     auto first = connectTo(sim.socketPath(), "owner");
@@ -665,7 +666,7 @@ TEST(Ornsim, SubscriptionsOutliveTheirConnectionAndGetWallSwitchChanges) {
     ASSERT_EQ(r->responseCode, 200) << r->responseData;
   }
   auto later = connectTo(sim.socketPath(), "owner");
-  auto actor = connectTo(sim.socketPath(), "actor");
+  auto actor = connectTo(sim.socketPath(), "act\xc2\x85or");
   ASSERT_TRUE(later && actor);
   // As if the kettle's switch were pressed.
   auto run =
@@ -677,11 +678,17 @@ TEST(Ornsim, SubscriptionsOutliveTheirConnectionAndGetWallSwitchChanges) {
       later->handler->all().back().payload,
       R"({"entityId":"plug-kettle","endpointId":"ep-kettle","namespace":"Corva.Endpoint.Feature.Power","name":"Property.PowerState.Change","value":"ON"})");
   EXPECT_EQ(actor->handler->events(21), 0u);
+  ASSERT_TRUE(actor->client->sendSyncRequest(
+      request(*actor->client, 1, R"({"qfi":{"path":"/sim/groups","method":"GET"}})")));
   const std::string log = orntest::fileText(sim.dir().file("ornsim.stderr"));
   for (const char* line :
        {R"( #1 "owner" type 2 subscribe create group-downstairs -> 200 after 1 ms, events 0)",
-        R"( #2 "ORNCLI-cmd" type 1 POST /sim/endpoints/ep-kettle -> 200, events 1)"})
+        R"( #2 "ORNCLI-cmd" type 1 POST /sim/endpoints/ep-kettle -> 200, events 1)",
+        R"( #3 "act?or" type 1 GET /sim/groups -> 200, events 0)"})
     EXPECT_NE(log.find(line), std::string::npos) << log;
+  const std::string full = "cannot write to /dev/full: No space left on device";
+  EXPECT_EQ(log.find(full), log.rfind(full)) << log;
+  EXPECT_NE(log.find(full), std::string::npos) << log;
 }
 
 TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
