@@ -7,8 +7,8 @@
 
 namespace ornbench {
 
-// Start-up with `devices` devices in one group, then turnOn/turnOff of that group with a
-// group subscription in place. False when ornsim fails to serve it.
+// Start-up with `devices` devices in one group (and --state), then turnOn/turnOff of that
+// group with a group subscription in place, then turnOns of one device. False when ornsim fails to serve it.
 bool runGroupDirective(const std::string& ornsim, int devices);
 
 // `names` client names each connect, subscribe, delete and leave; then as many subscribe
