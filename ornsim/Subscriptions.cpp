@@ -193,7 +193,10 @@ std::set<std::string> Subscriptions::subscribers(const Home& home,
     for (const auto& entry : target->second) {
       if (names.count(entry.first) != 0)
         continue;
-      for (const auto& s : byClient_.at(entry.first))
+      auto list = byClient_.find(entry.first);
+      if (list == byClient_.end())
+        continue;
+      for (const auto& s : list->second)
         if (targetKey(s) == key && wants(s, change)) {
           names.insert(entry.first);
           break;
