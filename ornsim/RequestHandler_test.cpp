@@ -276,6 +276,34 @@ TEST(Subscriptions, MatchEndpointGroupAndEventType) {
   }
 }
 
+TEST(RequestHandler, LookupsFollowDevicesAddedAndRemoved) {
+  Home home = builtinHome(); Subscriptions subs; Control control(subs);
+  const std::string kOn = batch("power/turnOn", R"({"groupId":"group-downstairs","directivePayload":{}})");
+  ASSERT_EQ(handleRequest(home, subs, "w", 2, subOp("create", R"([{"entities":{"endpointGroup":{"id":"group-downstairs"}}}])")).code, 200);
+  const struct {
+    int type; std::string payload;
+    std::string data;   // the whole answer
+    size_t subscribed;  // of the changes it made, how many reach "w"
+  } kSteps[] = {
+      {1, sim("endpoints/light-kitchen/remove"), R"({"status":"SUCCESS"})", 0},
+      {3, feature("ep-living", "power"), R"({"entityId":"light-living","endpointId":"ep-living","name":"power","properties":[{"name":"powerState","value":{"value":"OFF"}}]})", 0},
+      {1, kOn, R"({"results":[{"endpointId":"light-living","responseCode":200,"responseData":{"status":"SUCCESS"}},{"endpointId":"plug-kettle","responseCode":200,"responseData":{"status":"SUCCESS"}}]})", 2},
+      {1, sim("endpoints", R"({"id":"lamp-9","externallyReportedId":"ep-lamp-9","interfaces":["Corva.PowerController"]})"), R"({"status":"SUCCESS"})", 0},
+      {1, dfi("Corva.PowerController", "TurnOn", "lamp-9"), R"({"status":"SUCCESS"})", 0},
+      {3, feature("ep-desk", "power"), R"({"entityId":"strip-desk","endpointId":"ep-desk","name":"power","properties":[{"name":"powerState","value":{"value":"ON"}}]})", 0},
+      {1, sim("endpoints/plug-kettle/remove"), R"({"status":"SUCCESS"})", 0},
+      {1, kOn, R"({"results":[{"endpointId":"light-living","responseCode":200,"responseData":{"status":"SUCCESS"}}]})", 1},
+  };
+  for (const auto& s : kSteps) {
+    const HandlerResult r = handleRequest(home, subs, "c", s.type, s.payload, &control);
+    EXPECT_EQ(r.data, s.data) << s.payload;
+    size_t reached = 0;
+    for (const auto& c : r.changes)
+      reached += subs.subscribers(home, c).count("w");
+    EXPECT_EQ(reached, s.subscribed) << s.payload;
+  }
+}
+
 TEST(StateFile, SavedTextIsCheckedAndIdsCountOnFromIt) {
   const struct {
     std::string text;
