@@ -98,6 +98,23 @@ std::string tooManyClients(const Subscriptions& subs) {
          " client names at once (--max-clients); nothing was created";
 }
 
+// Whether a create's answer, which lists every entry given (repeats included),
+// fits in a frame whatever ids they get.
+bool answerFits(const std::vector<Subscription>& given) {
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("subscriptions");
+  w.StartArray();
+  for (Subscription s : given) {
+    s.id = "sub-18446744073709551615";
+    writeSubscription(w, s);
+  }
+  w.EndArray();
+  w.EndObject();
+  return escapedSize(buf.GetString()) <= kMaxAnswerBytes;
+}
+
 std::string tooManySubscriptions(const Subscriptions& subs) {
   return "a client holds at most " + std::to_string(subs.maxPerClient()) +
          " subscriptions, listed in at most " + std::to_string(kMaxListingBytes) + " bytes";
@@ -134,6 +151,10 @@ Reply handleSubscription(const Home& home, Subscriptions& subs, const std::strin
     return fail(400, "too_many_clients", tooManyClients(subs));
   if (operation == "create" && !roomFor(subs, client, given))
     return fail(400, "too_many_subscriptions", tooManySubscriptions(subs));
+  if (operation == "create" && !answerFits(given))
+    return fail(400, "answer_too_large",
+                "the answer would list " + std::to_string(given.size()) +
+                    " subscriptions, more than fit in one frame; nothing was created");
   rapidjson::StringBuffer buf;
   JsonWriter w(buf);
   w.StartObject();

@@ -226,7 +226,8 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("unknown"), 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},
       {"alice", subOp("get", "{}"), 400, ""},
-      // Repeats within one request take one place.
+      // Repeats within one request take one place, but the answer lists each.
+      {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 12000) + onEndpoint("ep-living") + "]"), 400, R"({"error":"answer_too_large","message":"the answer would list 12001 subscriptions, more than fit in one frame; nothing was created"})"},
       {"alice", subOp("create", "[" + repeat(onEndpoint("ep-desk") + ",", 2) + onEndpoint("ep-desk") + "]"), 200, ""},
       // Two names hold subscriptions, the cap; a name with none left is freed.
       {"carol", subOp("create", "[" + onEndpoint("ep-desk") + "]"), 400, R"({"error":"too_many_clients","message":"subscriptions are kept for at most 2 client names at once (--max-clients); nothing was created"})"},
