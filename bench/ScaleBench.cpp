@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -159,8 +160,10 @@ bool runClientNames(const std::string& ornsim, int names) {
   const double churnS = msSince(start) / 1000;
   printf("%-34s %9.1f %12.3f\n", "after, each deleting first", rssMiB(sim.pid()),
          turnOnMs(driver, 200));
+  // Twice the default cap on names shows the cap at work.
+  const int leaving = std::min(names, 2048);
   int refused = 0;
-  for (int i = 0; i < names; ++i) {
+  for (int i = 0; i < leaving; ++i) {
     Conn c;
     if (!c.open(sim.socketPath(), "kept-" + std::to_string(i), soon()) ||
         !c.sendRequest("b", 2, kSubscribeKitchen) || !c.readResponse(soon())) {
@@ -170,7 +173,7 @@ bool runClientNames(const std::string& ornsim, int names) {
     refused += c.lastCode() == 400 ? 1 : 0;
   }
   char kept[64];
-  snprintf(kept, sizeof kept, "after, leaving it (%d refused)", refused);
+  snprintf(kept, sizeof kept, "after %d leaving it (%d refused)", leaving, refused);
   printf("%-34s %9.1f %12.3f\n", kept, rssMiB(sim.pid()), turnOnMs(driver, 200));
   printf("(%.1f s for the first %d names)\n", churnS, names);
   return true;
