@@ -346,7 +346,13 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
           [this](const std::string& client, int type, const std::string& payload) {
             return sendEvent(client, type, payload);
           },
-          &io),
+          [this](Clock::time_point due, std::function<void()> then) {
+            auto timer = std::make_shared<asio::steady_timer>(io_, due);
+            timer->async_wait([timer, then = std::move(then)](const asio::error_code& ec) {
+              if (!ec)
+                then();
+            });
+          }),
       acceptor_(io),
       acceptRetry_(io),
       acceptPause_(kFirstAcceptPause) {}

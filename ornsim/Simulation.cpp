@@ -37,12 +37,12 @@ std::string now() {
 }  // namespace
 
 Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-                       EventSender sendEvent, asio::io_context* io)
+                       EventSender sendEvent, Timer timer)
     : options_(options),
       home_(home),
       subscriptions_(subscriptions),
       control_(subscriptions),
-      io_(io) {
+      timer_(std::move(timer)) {
   control_.faults = options.faults;
   control_.sendEvent = [this, send = std::move(sendEvent)](const std::string& client, int type,
                                                            const std::string& payload) {
@@ -89,7 +89,8 @@ bool Simulation::start(std::string* err) {
 }
 
 void Simulation::flush() {
-  saveTimer_.reset();
+  saveWaiting_ = false;
+  ++saveRound_;
   if (unsaved_)
     save();
 }
@@ -152,18 +153,18 @@ void Simulation::log(const std::string& client, int type, const Outcome& out, in
 }
 
 void Simulation::saveSoon() {
-  if (saveTimer_ != nullptr)
+  if (saveWaiting_)
     return;
   const auto due = lastSave_ + kSaveEvery;
-  if (io_ == nullptr || std::chrono::steady_clock::now() >= due) {
+  if (!timer_ || std::chrono::steady_clock::now() >= due) {
     save();
     return;
   }
-  saveTimer_ = std::make_unique<asio::steady_timer>(*io_, due);
-  saveTimer_->async_wait([this](const asio::error_code& ec) {
-    if (ec == asio::error::operation_aborted)
+  saveWaiting_ = true;
+  timer_(due, [this, round = ++saveRound_] {
+    if (!saveWaiting_ || round != saveRound_)
       return;
-    saveTimer_.reset();
+    saveWaiting_ = false;
     save();
   });
 }

@@ -4,11 +4,9 @@
 // (--state) and the traffic log (-v).
 #pragma once
 
-#include <asio/io_context.hpp>
-#include <asio/steady_timer.hpp>
 #include <chrono>
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,10 +33,14 @@ class Simulation {
     RequestInfo info;                  // filled when the log or a fault needs it
   };
 
-  // With `io`, saving the state after changes is gathered on its timers; without,
+  // Calls `then` on the event loop at `due` (or never, once the loop has stopped).
+  using Timer =
+      std::function<void(std::chrono::steady_clock::time_point due, std::function<void()> then)>;
+
+  // With a timer, saving the state after changes is gathered on it; without,
   // each change is saved before serve() returns.
   Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
-             EventSender sendEvent, asio::io_context* io = nullptr);
+             EventSender sendEvent, Timer timer = nullptr);
   ~Simulation();
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
@@ -67,8 +69,9 @@ class Simulation {
   Home& home_;
   Subscriptions& subscriptions_;
   Control control_;
-  asio::io_context* io_;
-  std::unique_ptr<asio::steady_timer> saveTimer_;  // set while a save waits
+  Timer timer_;
+  bool saveWaiting_ = false;  // a save is due on timer_
+  uint64_t saveRound_ = 0;    // a waiting save of an earlier round is void
   std::chrono::steady_clock::time_point lastSave_;
   bool unsaved_ = false;                            // a change is not in the state file yet
   uint64_t homeEdits_ = 0, subscriptionEdits_ = 0;  // as seen by the last request
