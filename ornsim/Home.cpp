@@ -240,6 +240,7 @@ void Home::reindex() {
   deviceAt_.clear();
   groupAt_.clear();
   groupsOf_.assign(devices.size(), {});
+  deviceAt_.reserve(2 * devices.size());
   // The first holder of an id wins, as the linear search it replaces did.
   for (size_t i = 0; i < devices.size(); ++i)
     for (const std::string* id : {&devices[i].id, &devices[i].endpointId})
