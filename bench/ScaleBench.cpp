@@ -146,8 +146,8 @@ bool runClientNames(const std::string& ornsim, int names) {
   }
   const double atStart = turnOnMs(driver, 200), rssAtStart = rssMiB(sim.pid());
   printf("== %d client names: each connects, subscribes and leaves\n", names);
-  printf("%-34s %9s %12s\n", "", "RSS MiB", "turnOn ms");
-  printf("%-34s %9.1f %12.3f\n", "at start", rssAtStart, atStart);
+  printf("%-38s %9s %12s\n", "", "RSS MiB", "turnOn ms");
+  printf("%-38s %9.1f %12.3f\n", "at start", rssAtStart, atStart);
   const auto start = Clock::now();
   for (int i = 0; i < names; ++i) {
     Conn c;
@@ -158,7 +158,7 @@ bool runClientNames(const std::string& ornsim, int names) {
     }
   }
   const double churnS = msSince(start) / 1000;
-  printf("%-34s %9.1f %12.3f\n", "after, each deleting first", rssMiB(sim.pid()),
+  printf("%-38s %9.1f %12.3f\n", "after, each deleting first", rssMiB(sim.pid()),
          turnOnMs(driver, 200));
   // Twice the default cap on names shows the cap at work.
   const int leaving = std::min(names, 2048);
@@ -174,7 +174,7 @@ bool runClientNames(const std::string& ornsim, int names) {
   }
   char kept[64];
   snprintf(kept, sizeof kept, "after %d leaving it (%d refused)", leaving, refused);
-  printf("%-34s %9.1f %12.3f\n", kept, rssMiB(sim.pid()), turnOnMs(driver, 200));
+  printf("%-38s %9.1f %12.3f\n", kept, rssMiB(sim.pid()), turnOnMs(driver, 200));
   printf("(%.1f s for the first %d names)\n", churnS, names);
   return true;
 }
