@@ -313,6 +313,9 @@ TEST(StateFile, SavedTextIsCheckedAndIdsCountOnFromIt) {
       {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-2147483647","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-2147483648"},
       {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-18446744073709551615","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-1"},
       {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-x9","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-1"},
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-+5","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-1"},
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-007","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-8"},
+      {R"({"clients":[{"client":"c","subscriptions":[{"subscriptionId":"sub-9007199254740991","entities":{"endpoint":{"id":"ep-desk"}}}]}]})", "sub-9007199254740992"},
       {R"({"devices":[{"id":"lamp\u0085"}]})", R"(devices[0]: "id" must be UTF-8 text without control characters)"},
       {"{\"clients\":[{\"client\":\"\xff\",\"subscriptions\":[]}]}", R"(clients[0]: "client" must be UTF-8 text without control characters)"},
   };
