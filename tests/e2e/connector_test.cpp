@@ -732,12 +732,15 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
     EXPECT_NE(orntest::fileText(sim.dir().file("ornsim.stderr")).find("keeping 6 saved devices"),
               std::string::npos);
   }
-  EXPECT_NE(orntest::fileText(state).find(R"({"id":"light-kitchen","reachable":true,"state":{"power":false)"), std::string::npos);
+  EXPECT_NE(orntest::fileText(state).find(
+                R"({"id":"light-kitchen","reachable":true,"state":{"power":false)"),
+            std::string::npos);
   // ornsim refuses to start: a state file another ornsim keeps; two saved subscriptions are more
   // than a client may hold here; a bad state file; files that are not regular; a bad home file; a
   // record file it cannot open.
   const std::string bad = dir.file("bad.json"), home = dir.file("home.json"),
-                    record = dir.file("no/record"), fifo = dir.file("fifo"), link = dir.file("link");
+                    record = dir.file("no/record"), fifo = dir.file("fifo"),
+                    link = dir.file("link");
   std::ofstream(bad) << R"({"devices":[{"id":"light-kitchen","state":{"power":1}}]})";
   std::ofstream(home) << R"({"devices":[{"friendlyName":"x"}]})";
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -746,7 +749,8 @@ TEST(Ornsim, StateFileKeepsStateAndSubscriptionsAcrossARestart) {
   orntest::Ornsim holder({"--state", held});
   ASSERT_TRUE(holder.ok()) << holder.error();
   const std::pair<std::vector<std::string>, std::string> kRefusals[] = {
-      {{"--state", held}, "another ornsim keeps its state in " + held + ": it holds " + held + ".lock"},
+      {{"--state", held},
+       "another ornsim keeps its state in " + held + ": it holds " + held + ".lock"},
       {{"--state", state, "--max-subscriptions", "1"}, "too many subscriptions for \"ORNCLI-cmd\""},
       {{"--state", bad}, bad + ": devices[0].state: \"power\" must be true or false"},
       {{"--state", fifo}, fifo + ": is a FIFO, not a regular file"},
