@@ -3,6 +3,7 @@
 #include "Socket.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -34,15 +35,37 @@ std::string defaultSocketPath() {
 #endif
 }
 
+bool socketPathFits(const std::string& path, std::string* err) {
+  if (path.empty()) {
+    *err = "the socket path is empty";
+    return false;
+  }
+  if (path.size() >= sizeof(sockaddr_un::sun_path)) {
+    *err = "socket path " + path + " is " + std::to_string(path.size()) +
+           " bytes long; a socket address holds at most " +
+           std::to_string(sizeof(sockaddr_un::sun_path) - 1);
+    return false;
+  }
+  return true;
+}
+
+int aboveStdio(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO)
+    return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int saved = errno;
+  close(fd);
+  errno = saved;
+  return moved;
+}
+
 int connectUnix(const std::string& path, std::string* err) {
+  if (!socketPathFits(path, err))
+    return -1;
   sockaddr_un addr{};
   addr.sun_family = AF_UNIX;
-  if (path.empty() || path.size() >= sizeof(addr.sun_path)) {
-    *err = "socket path \"" + path + "\" is empty or too long";
-    return -1;
-  }
   memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  int fd = aboveStdio(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (fd < 0) {
     *err = std::string("socket: ") + strerror(errno);
     return -1;

@@ -17,6 +17,16 @@ std::string socketPath();
 // path on Android.
 std::string defaultSocketPath();
 
+// False with *err when `path` cannot be a socket address: empty, or too long
+// for sockaddr_un. No retry can help then.
+bool socketPathFits(const std::string& path, std::string* err);
+
+// Moves `fd` to a close-on-exec descriptor of 3 or more, so that a process
+// started with stdin, stdout or stderr closed never writes its output into a
+// descriptor of ours. Returns the descriptor (`fd` itself when already there),
+// or -1 with `fd` closed and errno set.
+int aboveStdio(int fd);
+
 // Connects a non-blocking, close-on-exec Unix stream socket to `path`.
 // Returns the descriptor, or -1 with *err like "connect /x.sock: Connection
 // refused".

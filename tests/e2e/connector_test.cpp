@@ -178,11 +178,11 @@ int rawConnect(const std::string& path) {
 
 const std::string kConnectedEvent =
     frame(R"({"kind":"event","eventType":20,"payload":"{\"status\":\"CONNECTED\"}"})");
+const std::string kRegisteredEvent = frame(R"({"kind":"event","eventType":23,"payload":""})");
 
 // Plays the service's handshake on `fd`; false when the client did not register.
 bool handshake(int fd) {
-  return sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() &&
-         sendAll(fd, frame(R"({"kind":"event","eventType":23,"payload":""})"));
+  return sendAll(fd, kConnectedEvent) && !readFrame(fd).empty() && sendAll(fd, kRegisteredEvent);
 }
 
 // A hand-made service on a socket in a temp folder. With `play`, each connection
@@ -345,7 +345,9 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
   const std::string link = dir.file("service.sock");
   auto c = connectTo(link, "tester", false);
   ASSERT_TRUE(c);
-  EXPECT_FALSE(c->client->sendAsyncRequest(request(*c->client, 1, kDevices))) << "no service yet";
+  // Held until the first registration; after it, a lost service fails a send at once.
+  auto early = request(*c->client, 1, kDevices);
+  EXPECT_TRUE(c->client->sendAsyncRequest(early)) << "no service yet";
   for (int round = 1; round <= 2; ++round) {
     orntest::Ornsim sim;
     ASSERT_TRUE(sim.ok()) << sim.error();
@@ -353,9 +355,16 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
     unlink(link.c_str());
     ASSERT_EQ(symlink(sim.socketPath().c_str(), link.c_str()), 0);
     ASSERT_TRUE(c->handler->events(23, round) >= size_t(round)) << "round " << round;
-    ASSERT_TRUE(sim.waitForRecordLines(1));
+    ASSERT_TRUE(sim.waitForRecordLines(round == 1 ? 2 : 1));
     EXPECT_EQ(sim.recordLines()[0], R"({"register":"tester","connectorType":1})");
+    if (round == 1) {
+      EXPECT_NE(sim.recordLines()[1].find(early->requestId), std::string::npos);
+      ORNResponse r;
+      EXPECT_TRUE(c->handler->waitResponse(early->requestId, &r));
+    }
   }
+  EXPECT_TRUE(c->handler->events(22, 2) >= 2u);
+  EXPECT_FALSE(c->client->sendAsyncRequest(request(*c->client, 1, kDevices)));
 }
 
 TEST(Connector, ClientDropsABadServiceAndReconnects) {
@@ -376,15 +385,16 @@ TEST(Connector, ClientDropsABadServiceAndReconnects) {
     close(fd);
   }
   // After all that, a well-behaved service still gets the registration, once it
-  // reports connected: the request sent meanwhile comes first.
+  // reports connected; the request sent meanwhile waits for the registration.
   int fd = fake.accept();
   ASSERT_GE(fd, 0);
   ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"event","eventType":20,"payload":"{}"})")));
   ASSERT_TRUE(c->handler->events(20, 1));
   ASSERT_TRUE(c->client->sendAsyncRequest(request(*c->client, 1, kDevices)));
-  EXPECT_NE(readFrame(fd).find(R"({"kind":"request")"), std::string::npos);
   ASSERT_TRUE(sendAll(fd, kConnectedEvent));
   EXPECT_EQ(readFrame(fd), R"({"kind":"register","clientName":"tester","connectorType":1})");
+  ASSERT_TRUE(sendAll(fd, kRegisteredEvent));
+  EXPECT_NE(readFrame(fd).find(R"({"kind":"request")"), std::string::npos);
   close(fd);
 }
 
@@ -470,7 +480,8 @@ TEST(Connector, FloodingServiceNeitherStarvesNorHoldsTheClient) {
     ASSERT_TRUE(client->initialize(flood, ConnectorType::kLocalService, "t"));
     const int fd = flood->serviceFd = fake.accept();
     ASSERT_GE(fd, 0);
-    ASSERT_TRUE(sendAll(fd, kConnectedEvent));
+    // Both at once, ahead of the flood that the first one starts.
+    ASSERT_TRUE(sendAll(fd, kConnectedEvent + kRegisteredEvent));
     EXPECT_NE(readFrame(fd).find("register"), std::string::npos);
     ASSERT_EQ(flood->socketFull.get_future().wait_until(Clock::now() + kWait),
               std::future_status::ready);
