@@ -367,6 +367,48 @@ TEST(Connector, ServiceStartedLaterAndRestartedIsRegisteredWith) {
   EXPECT_FALSE(c->client->sendAsyncRequest(request(*c->client, 1, kDevices)));
 }
 
+// A request sent before the first registration waits for it, within the sync limit and in
+// order; past the limit a sync call returns empty and an async request is dropped with a log
+// record, and neither is sent later.
+TEST(Connector, RequestsBeforeTheFirstRegistrationWaitForIt) {
+  for (bool expire : {false, true}) {
+    std::future<std::shared_ptr<ORNResponse>> answer;  // outlives the client, which releases it
+    FakeService fake;
+    ASSERT_TRUE(fake.ok());
+    auto c = connectTo(fake.path(), "tester", false);
+    ASSERT_TRUE(c);
+    ORNClient& client = *c->client;
+    client.setSyncRequestTimeout(expire ? std::chrono::milliseconds(1) : std::chrono::hours(1));
+    const int fd = fake.accept();
+    ASSERT_GE(fd, 0);
+    auto async = request(client, 1, kDevices), sync = request(client, 1, kDevices);
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(client.sendAsyncRequest(async));
+    answer = std::async(std::launch::async, [&] { return client.sendSyncRequest(sync); });
+    // The sync call's limit started after the async request's: both have passed.
+    if (expire) {
+      EXPECT_FALSE(answer.get());
+    }
+    ASSERT_TRUE(handshake(fd));
+    auto later = request(client, 1, kDevices);
+    ASSERT_TRUE(client.sendAsyncRequest(later));
+    for (const auto& r : expire ? std::vector{later} : std::vector{async, sync, later}) {
+      EXPECT_NE(readFrame(fd).find(r->requestId), std::string::npos) << expire;
+      ASSERT_TRUE(sendAll(fd, frame(R"({"kind":"response","requestId":")" + r->requestId +
+                                    R"(","responseCode":200,"responseData":""})")));
+    }
+    ORNResponse r;
+    EXPECT_TRUE(c->handler->waitResponse(later->requestId, &r));
+    if (!expire) {
+      EXPECT_TRUE(c->handler->waitResponse(async->requestId, &r));
+      EXPECT_TRUE(answer.get());
+    }
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(log.find("Dropped request " + async->requestId) != std::string::npos, expire) << log;
+    close(fd);
+  }
+}
+
 TEST(Connector, ClientDropsABadServiceAndReconnects) {
   static const std::string kBadBytes[] = {
       std::string("\x00\x10\x00\x01", 4),  // over the frame limit
@@ -447,6 +489,41 @@ TEST(Connector, OrncliAgainstHandMadeServices) {
     const std::string logged =
         "Refused the service at " + fake.path() + ": peer uid 99999 is neither ours nor root";
     EXPECT_EQ(run.err.find(logged) != std::string::npos, c.refused) << run.err;
+  }
+}
+
+// What the library cannot do it refuses at once and says why, and nothing else reaches the
+// service: with stdin, stdout and stderr closed its descriptors stay above them, so orncli's
+// answer is not written into the service socket; a socket path longer than a socket address
+// fails initialize, well before the connect timeout (which outlasts the run's own limit); a
+// request too large for a frame is traced.
+TEST(Connector, OrncliWhereTheLibraryCannotServe) {
+  const std::string body = "{\"a\":\"" + std::string(ornwick::qipc::kMaxFrameSize, 'x') + "\"}";
+  // clang-format off
+  const struct {
+    const char* shell; bool longPath; std::string input; int exitCode; const char* traced; size_t requests;
+  } kCases[] = {
+      {"exec \"$0\" devices <&- >&- 2>&-", false, "", 0, "", 1},
+      {"exec \"$0\" --connect-timeout 60 devices", true, "", 2, "Cannot reach the service: socket path ", 0},
+      {"exec \"$0\"", false, "1\n1\n5\n/x\n\n" + body + "\n0\n", 0, "not sent: request ", 0},
+  };
+  // clang-format on
+  for (const auto& c : kCases) {
+    orntest::Ornsim sim;
+    ASSERT_TRUE(sim.ok()) << sim.error();
+    orntest::Env env = orntest::clientEnv(
+        c.longPath ? sim.dir().file(std::string(sizeof(sockaddr_un::sun_path), 's'))
+                   : sim.socketPath());
+    env["ORN_QIPC_DEBUG"] = "1";
+    orntest::LiveProcess cli("/bin/sh", {"-c", c.shell, orntest::orncliPath()}, env);
+    cli.send(c.input);
+    const auto run = cli.finish();
+    EXPECT_EQ(run.exitCode, c.exitCode) << c.shell << run.err;
+    EXPECT_NE(run.err.find(c.traced), std::string::npos) << run.err;
+    EXPECT_EQ(sim.recordedRequests().size(), c.requests) << c.shell;
+    ASSERT_EQ(sim.stop(), 0);
+    const std::string log = orntest::fileText(sim.dir().file("ornsim.stderr"));
+    EXPECT_EQ(log.find("error from client"), std::string::npos) << log;
   }
 }
 
