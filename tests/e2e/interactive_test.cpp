@@ -3,6 +3,8 @@
 // ornsim. Transcripts are compared whole; request ids are replaced by <ID>.
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <iterator>
 #include <regex>
 #include <string>
 #include <vector>
@@ -47,6 +49,8 @@ const clitest::Blocks kBlocks = {
     {"{SUBOP}", "\nSelect subscription operation:\n1. Create subscription\n2. Delete subscription\n3. Get subscriptions\nEnter operation choice (1-3) : "},
     {"{TARGET}", "\nSelect subscription target:\n1. Individual Endpoints\n2. Group (via groupId)\nEnter target choice (1-2) : "},
     {"{EVENT}", "Enter event namespace (e.g., Corva.Endpoint.Feature.Power) : Enter event name (e.g., Property.PowerState.Change) : "},
+    // The simulator's own device list, from its built-in home, with the bedroom light picked.
+    {"{BEDROOM}", "Fetching local connected devices...\n\n--- Local Connected Devices ---\n1. entityId: light-kitchen  endpointId: ep-kitchen  [Corva.PowerController, Corva.BrightnessController, Corva.ColorController, Corva.ColorTemperatureController]\n2. entityId: light-living  endpointId: ep-living  [Corva.PowerController, Corva.BrightnessController, Corva.ColorTemperatureController]\n3. entityId: light-bedroom  endpointId: ep-bedroom  [Corva.PowerController, Corva.BrightnessController]\n4. entityId: strip-desk  endpointId: ep-desk  [Corva.PowerController, Corva.BrightnessController, Corva.ColorController]\n5. entityId: plug-kettle  endpointId: ep-kettle  [Corva.PowerController]\n-------------------------------\nSelect device number (1-5) : Selected device: entityId=light-bedroom endpointId=ep-bedroom\n\nSelect DFI namespace:\n1. Corva.PowerController\n2. Corva.BrightnessController\n3. Tessel.DeviceManager\nEnter namespace choice (1-3) : \nSelect directive name:\n1. SetBrightness\n2. AdjustBrightness\nEnter directive choice (1-2) : "},
     // The device cache's query, sent synchronously, and its payload.
     {"{QUERY}", "S1 {Q}"},
     {"{Q}", R"({"qfi":{"path":"/v2/endpoints?filterExpression=features[name:connectivity].properties[name:reachability].value.value=OK","method":"GET"},"dfi":[]})"},
@@ -73,14 +77,16 @@ void expectStart(const std::string& start) {
 
 // orncli without arguments on pipes against a fresh simulator (answering every request
 // with kDevices unless simArgs is given). Construction waits until orncli shows its first
-// prompt and has printed the event named by ready.
+// prompt and has printed the event named by ready; without ready it waits for nothing, and
+// the input follows at once.
 struct Session {
-  explicit Session(const char* simArgs = nullptr, const std::string& ready = "Event Type: 23\n")
+  explicit Session(const char* simArgs = nullptr, const char* ready = "Event Type: 23\n")
       : sim(clitest::splitArgs(simArgs ? simArgs
                                        : std::string("--respond '200:") + kDevices + "'")),
-        cli(orntest::orncliPath(), {}, orntest::clientEnv(sim.socketPath())) {
-    ok = sim.ok() && cli.waitForOut("cmd> ") && cli.waitForOut(ready) &&
-         cli.waitForOut("\n", cli.out().find(ready) + ready.size());
+        cli(orntest::orncliPath(), {}, orntest::clientEnv(sim.socketPath())),
+        piped(ready == nullptr) {
+    ok = sim.ok() && (piped || (cli.waitForOut("cmd> ") && cli.waitForOut(ready) &&
+                                cli.waitForOut("\n", cli.out().find(ready) + strlen(ready))));
     if (!ok)
       ADD_FAILURE() << "no start: " << sim.error() << "\noutput:\n" << cli.out();
     started = cli.out().size();
@@ -92,8 +98,21 @@ struct Session {
   std::string finish(const std::string& context) {
     const orntest::RunResult r = cli.finish();
     EXPECT_EQ(r.exitCode, 0) << context << "\nstderr:\n" << r.err;
-    expectStart(cli.out().substr(0, started));
-    std::string rest = cli.out().substr(started);
+    std::string out = cli.out();
+    if (piped) {
+      // The connection's two events land anywhere between the main thread's writes; without
+      // them the transcript is the one of a user who waited.
+      static const std::regex kConnectionEvents(
+          "\nReceived event:\nEvent Type: 2[03]\nEvent Data: [^\n]*\n");
+      EXPECT_EQ(std::distance(std::sregex_iterator(out.begin(), out.end(), kConnectionEvents),
+                              std::sregex_iterator()),
+                2)
+          << out;
+      out = std::regex_replace(out, kConnectionEvents, "");
+      started = out.find("cmd> ") + strlen("cmd> ");
+    }
+    expectStart(out.substr(0, started));
+    std::string rest = out.substr(started);
     requests.clear();
     for (const clitest::Sent& request : clitest::sent(sim)) {
       EXPECT_EQ(request.client, "ORNCLI") << request.line;
@@ -106,6 +125,7 @@ struct Session {
 
   orntest::Ornsim sim;
   orntest::LiveProcess cli;
+  const bool piped;
   bool ok = false;
   size_t started = 0;
   std::string requests;
@@ -116,7 +136,8 @@ struct Script {
   const char* expected;       // the transcript after the start, with kBlocks shorthands
   const char* requests;       // one line each, as clitest::Sent writes them
   const char* sim = nullptr;  // ornsim's options instead of answering with kDevices
-  const char* ready = "Event Type: 23\n";  // the event awaited before the input
+  // The event awaited before the input; nullptr: none, the input is piped in at once.
+  const char* ready = "Event Type: 23\n";
 };
 
 TEST(Interactive, DialoguesBuildTheirRequests) {
@@ -148,7 +169,9 @@ TEST(Interactive, DialoguesBuildTheirRequests) {
       // Both: the QFI part is asked first. An out-of-range namespace is the first one.
       {"1\n3\n1\n3\ne9\n2\nent\nep\n0\n1\n0\n", "{PAYLOAD}{QFI}{POWER}Enter endpoint ID : {DFI}{IDS}{NS}Invalid namespace choice, defaulting to first option\n\nSelect directive name:\n1. TurnOn\n2. TurnOff\nEnter directive choice (1-2) : {SYNC}{MENU}", R"(S1 {"qfi":{"path":"/v2/endpoints/e9/features/power/","method":"GET"},"dfi":[{"header":{"namespace":"Corva.PowerController","name":"TurnOn","payloadVersion":"3.0"},"endpoint":{"entityId":"ent","endpointId":"ep","friendlyName":""}}]})"},
       // The simulator's own device list, from its built-in home.
-      {"1\n2\n1\n3\n2\n2\n-20\n0\n", "{PAYLOAD}{DFI}Fetching local connected devices...\n\n--- Local Connected Devices ---\n1. entityId: light-kitchen  endpointId: ep-kitchen  [Corva.PowerController, Corva.BrightnessController, Corva.ColorController, Corva.ColorTemperatureController]\n2. entityId: light-living  endpointId: ep-living  [Corva.PowerController, Corva.BrightnessController, Corva.ColorTemperatureController]\n3. entityId: light-bedroom  endpointId: ep-bedroom  [Corva.PowerController, Corva.BrightnessController]\n4. entityId: strip-desk  endpointId: ep-desk  [Corva.PowerController, Corva.BrightnessController, Corva.ColorController]\n5. entityId: plug-kettle  endpointId: ep-kettle  [Corva.PowerController]\n-------------------------------\nSelect device number (1-5) : Selected device: entityId=light-bedroom endpointId=ep-bedroom\n\nSelect DFI namespace:\n1. Corva.PowerController\n2. Corva.BrightnessController\n3. Tessel.DeviceManager\nEnter namespace choice (1-3) : \nSelect directive name:\n1. SetBrightness\n2. AdjustBrightness\nEnter directive choice (1-2) : Enter brightness delta (-100 to 100) : Sync response received:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {\"status\":\"SUCCESS\"}\n{MENU}", "{QUERY}\n" R"(S1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"AdjustBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"light-bedroom","endpointId":"ep-bedroom","friendlyName":""},"payload":{"brightnessDelta":-20}}]})", ""},
+      {"1\n2\n1\n3\n2\n2\n-20\n0\n", "{PAYLOAD}{DFI}{BEDROOM}Enter brightness delta (-100 to 100) : Sync response received:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {\"status\":\"SUCCESS\"}\n{MENU}", "{QUERY}\n" R"(S1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"AdjustBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"light-bedroom","endpointId":"ep-bedroom","friendlyName":""},"payload":{"brightnessDelta":-20}}]})", ""},
+      // A whole session piped in at once: what is sent before the registration waits for it.
+      {"1\n2\n1\n3\n2\n1\n40\n1\n5\n1\nep-bedroom\nbrightness\nn\n0\n", "{PAYLOAD}{DFI}{BEDROOM}Enter brightness value (0-100) : Sync response received:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {\"status\":\"SUCCESS\"}\n{MENU}{PAYLOAD}{STATE}{FEATURE}Sync response received:\nRequest ID: <ID>\nResponse Code: 200\nResponse Data: {\"entityId\":\"light-bedroom\",\"endpointId\":\"ep-bedroom\",\"name\":\"brightness\",\"properties\":[{\"name\":\"brightness\",\"value\":{\"value\":40}}]}\n{MENU}", "{QUERY}\n" R"(S1 {"dfi":[{"header":{"namespace":"Corva.BrightnessController","name":"SetBrightness","payloadVersion":"3.0"},"endpoint":{"entityId":"light-bedroom","endpointId":"ep-bedroom","friendlyName":""},"payload":{"brightness":40}}]})" "\n" R"(S3 {"qfi":{"path":"/v2/endpoints/ep-bedroom/features/brightness","method":"GET"},"dfi":[]})", "", nullptr},
       // State and subscription dialogues set the request type and the payload.
       {"1\n5\n3\ne1\npower\ny\n2\nent\nep\nLamp\n0\n", "{PAYLOAD}{STATE}{FEATURE}\nSelect latencyTolerance:\n1. HIGH\n2. LOW\nEnter choice (1-2) : {IDS}Enter friendly name : {SYNC}{MENU}", R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/power","method":"GET","requestBody":{"latencyTolerance":"LOW"}},"dfi":[{"header":{"namespace":"Corva","name":"ReportState","payloadVersion":"3"},"endpoint":{"entityId":"ent","endpointId":"ep","friendlyName":"Lamp"},"payload":{}}]})"},
       {"1\n5\n1\ne1\nbrightness\nyes\n0\n", "{PAYLOAD}{STATE}{FEATURE}{SYNC}{MENU}", R"(S3 {"qfi":{"path":"/v2/endpoints/e1/features/brightness","method":"GET"},"dfi":[]})"},
