@@ -32,18 +32,22 @@ class ORNClient {
   ORNClient& operator=(const ORNClient&) = delete;
 
   // Sets the client up and starts connecting in the background; does not wait
-  // for the service. Returns false on bad arguments, a second call, or when no
-  // thread can start.
+  // for the service. Returns false on bad arguments, a second call, a socket
+  // path too long for a socket address (with a log record), or when no thread
+  // can start.
   bool initialize(std::shared_ptr<IORNEventHandler> handler, ConnectorType type,
                   const std::string& clientName);
 
   // Blocks until the matching response, a lost connection, or the library's
-  // time limit (kSyncRequestTimeout); empty on failure. Fails at once when not
-  // connected.
+  // time limit (kSyncRequestTimeout); empty on failure. Until the client is
+  // first registered the request is held and sent once it is, within the same
+  // limit; after that it fails at once when not connected.
   std::shared_ptr<api::ORNResponse> sendSyncRequest(std::shared_ptr<api::ORNRequest> request);
 
   // False when the request cannot be handed to the transport (e.g. not
-  // connected).
+  // connected). Until the client is first registered the request is held and
+  // sent once it is; one held past kSyncRequestTimeout is dropped with a log
+  // record.
   bool sendAsyncRequest(std::shared_ptr<api::ORNRequest> request);
 
   // Unique across threads and concurrent processes.
