@@ -527,7 +527,8 @@ bool ORNClient::Impl::dispatch(const std::string& body, std::string* err) {
       {
         std::lock_guard<std::mutex> lock(mu_);
         auto it = pending_.find(m.id);
-        if (it != pending_.end()) {
+        // A held request was never sent: no answer can be its.
+        if (it != pending_.end() && !it->second->held) {
           it->second->response = std::move(response);
           it->second->done = true;
           syncCv_.notify_all();
