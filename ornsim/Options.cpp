@@ -49,6 +49,24 @@ bool parseEmit(const std::string& text, Options* o) {
   return true;
 }
 
+// [ADDR:]PORT; an IPv6 address goes in brackets. Only the form is checked here:
+// whether the address is one to listen on shows when the view starts.
+bool parseHttp(const std::string& text, Options* o) {
+  const size_t colon = text.rfind(':');
+  std::string address = colon == std::string::npos ? "" : text.substr(0, colon);
+  if (address.size() >= 2 && address.front() == '[' && address.back() == ']')
+    address = address.substr(1, address.size() - 2);
+  if (colon != std::string::npos && (address.empty() || address.find(' ') != std::string::npos))
+    return false;
+  int port = 0;
+  if (!parseInt(text.substr(colon == std::string::npos ? 0 : colon + 1), 0, &port) || port > 65535)
+    return false;
+  if (!address.empty())
+    o->httpAddress = address;
+  o->httpPort = port;
+  return true;
+}
+
 }  // namespace
 
 bool parseOptions(int argc, const char* const* argv, Options* o, std::string* err) {
@@ -75,7 +93,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       continue;
     }
     static const char* const kWithValue[] = {"--socket", "--home",  "--record", "--respond",
-                                             "--emit",   "--fault", "--state"};
+                                             "--emit",   "--fault", "--state",  "--http"};
     // Whole numbers, each with its least value.
     static const struct {
       const char* name;
@@ -119,6 +137,8 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
       ok = parseRespond(value, o);
     else if (arg == "--state")
       o->stateFile = value;
+    else if (arg == "--http")
+      ok = parseHttp(value, o);
     else if (arg == "--fault")
       ok = parseFault(value, 0, &o->faults.emplace_back(), &why);
     else
@@ -166,6 +186,10 @@ Simulates the device-control service on a QIPC Unix-domain socket.
   --max-clients N           client names holding subscriptions at once (default 1024); a
                             create by one more name fails with 400
   -v, --verbose             log one line per request on stderr
+  --http [ADDR:]PORT        serve a live page of the home on ADDR (default 127.0.0.1) and
+                            PORT (0: any free one); prints "http <url>" after "ready", the
+                            URL holds the access token. See docs/ornsim.md before giving
+                            an address other than loopback
   -h, --help                show this text
   --version                 show the version
 

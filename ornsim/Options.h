@@ -37,6 +37,9 @@ struct Options {
   std::vector<Fault> faults;  // --fault, in order: the first that applies wins
   std::string stateFile;      // empty: state lives in memory only
   bool verbose = false;       // the traffic log on stderr
+  // --http: the live view's address and port; port -1 when it is off, 0 for any free port.
+  std::string httpAddress = "127.0.0.1";
+  int httpPort = -1;
   bool help = false;
   bool version = false;
 };

@@ -25,7 +25,7 @@ TEST(Options, ParsesFaultInjection) {
                      "--register-delay-ms", "2147483647", "--no-response", "--response-delay-ms", "7",
                      "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:",
                      "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0", "--fault", "endpoint:e,delay:2147483647",
-                     "--state", "st", "-v", "-h", "--version"},
+                     "--state", "st", "-v", "-h", "--version", "--http", "[::1]:8080"},
                     &o, &err))
       << err;
   // clang-format on
@@ -35,6 +35,7 @@ TEST(Options, ParsesFaultInjection) {
   EXPECT_EQ(std::vector<int>({o.registerDelayMs, o.responseDelayMs, o.respondCode}),
             std::vector<int>({INT_MAX, 7, -1}));
   EXPECT_EQ(o.respondData, "");
+  EXPECT_EQ(o.httpAddress + " " + std::to_string(o.httpPort), "::1 8080");
   std::string emits, faults;
   for (const auto& e : o.emits)
     emits += std::to_string(e.eventType) + ":" + std::to_string(e.delayMs) + ":" + e.payload + " ";
@@ -42,6 +43,20 @@ TEST(Options, ParsesFaultInjection) {
     faults += faultText(f) + " ";
   EXPECT_EQ(emits, "21:100:{\"x\":\"1:2\"} 99:0: ");
   EXPECT_EQ(faults, "path:/v2/x*,respond:503:a,b:c request:2,delay:0 endpoint:e,delay:2147483647 ");
+}
+
+TEST(Options, HttpDefaultsToLoopback) {
+  // clang-format off
+  const struct { std::vector<std::string> args; const char* want; } kCases[] = {
+      {{}, "127.0.0.1 -1"}, {{"--http", "0"}, "127.0.0.1 0"}, {{"--http", "0.0.0.0:8080"}, "0.0.0.0 8080"},
+  };
+  // clang-format on
+  for (const auto& c : kCases) {
+    Options o;
+    std::string err;
+    ASSERT_TRUE(parse(c.args, &o, &err)) << err;
+    EXPECT_EQ(o.httpAddress + " " + std::to_string(o.httpPort), c.want);
+  }
 }
 
 TEST(Options, RejectsBadCommandLines) {
@@ -56,6 +71,7 @@ TEST(Options, RejectsBadCommandLines) {
       {"--fault", "host:e,silence"}, {"--state"}, {"--max-connections", "0"},
       {"--frame-budget", "64M"}, {"--frame-timeout-ms", "0"}, {"--max-subscriptions", "-1"},
       {"--max-clients", "0"},
+      {"--http"}, {"--http", "65536"}, {"--http", ":80"}, {"--http", "localhost:"}, {"--http", "a:-1"},
   };
   // clang-format on
   for (const auto& args : kCases) {

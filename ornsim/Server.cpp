@@ -181,6 +181,8 @@ class Server::Session : public std::enable_shared_from_this<Session> {
     frameTimer_.cancel();
     server_.sessions_.erase(self);
     server_.connectionClosed();
+    if (registered_)
+      server_.clientsChanged();
   }
 
  private:
@@ -277,6 +279,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
       name_ = m.text;
       registered_ = true;
       server_.record(registrationRecord(m.text, m.type));
+      server_.clientsChanged();
       if (!o.noRegister)
         sendLater(o.registerDelayMs, event(kClientRegisteredEvent, registeredPayload(name_)));
       for (const auto& e : o.emits)
@@ -285,12 +288,7 @@ class Server::Session : public std::enable_shared_from_this<Session> {
     }
     if (m.kind != MessageKind::kRequest)
       return false;
-    server_.record(requestRecord(name_, m));
-    Simulation::Outcome out = server_.simulation_.serve(name_, m.type, m.text);
-    int events = out.eventsSent;
-    for (const auto& change : out.changes)
-      events += server_.publish(change);
-    server_.simulation_.log(name_, m.type, out, events);
+    Simulation::Outcome out = server_.serve(name_, m);
     if (!out.answer)
       return true;
     Message response;
@@ -524,17 +522,52 @@ void Server::record(const std::string& line) {
   recordFailing_ = !ok;
 }
 
+Simulation::Outcome Server::serve(const std::string& client, const Message& m) {
+  record(requestRecord(client, m));
+  Simulation::Outcome out = simulation_.serve(client, m.type, m.text);
+  int events = out.eventsSent;
+  for (const auto& change : out.changes)
+    events += publish(change);
+  simulation_.log(client, m.type, m.text, out, events);
+  return out;
+}
+
+std::vector<std::string> Server::clients() const {
+  std::vector<std::string> names;
+  for (const auto& s : sessions_)
+    if (s->registered())
+      names.push_back(s->name());
+  return names;
+}
+
+void Server::clientsChanged() {
+  if (Observer* o = simulation_.observer())
+    o->clientsChanged();
+}
+
 int Server::publish(const StateChange& change) {
   const std::set<std::string> clients = subscriptions_.subscribers(home_, change);
   if (clients.empty())
     return 0;
-  return sendToClients(event(kStateChangeEvent, stateChangePayload(change)),
-                       [&](const std::string& name) { return clients.count(name) != 0; });
+  const Message m = event(kStateChangeEvent, stateChangePayload(change));
+  const int sent =
+      sendToClients(m, [&](const std::string& name) { return clients.count(name) != 0; });
+  if (Observer* o = simulation_.observer()) {
+    std::string to;
+    for (const auto& c : clients)
+      to += (to.empty() ? "" : ", ") + c;
+    o->sent(to, m.type, m.text, sent);
+  }
+  return sent;
 }
 
 int Server::sendEvent(const std::string& client, int type, const std::string& payload) {
-  return sendToClients(event(type, payload),
-                       [&](const std::string& name) { return client.empty() || name == client; });
+  const int sent = sendToClients(event(type, payload), [&](const std::string& name) {
+    return client.empty() || name == client;
+  });
+  if (Observer* o = simulation_.observer())
+    o->sent(client, type, payload, sent);
+  return sent;
 }
 
 int Server::sendToClients(const Message& m,

@@ -16,6 +16,7 @@
 
 #include "Home.h"
 #include "Message.h"
+#include "Observer.h"
 #include "Options.h"
 #include "Simulation.h"
 #include "Subscriptions.h"
@@ -38,6 +39,18 @@ class Server {
   // each only while it is still the one this server made.
   void shutdown();
 
+  // Serves a request of `client` as if it came on a connection: recorded,
+  // served, its state changes published and logged. For the live view.
+  Simulation::Outcome serve(const std::string& client, const ornwick::qipc::Message& m);
+
+  // What the live view shows.
+  void setObserver(Observer* observer) { simulation_.setObserver(observer); }
+  const Home& home() const { return home_; }
+  const Subscriptions& subscriptions() const { return subscriptions_; }
+  const std::vector<Fault>& faults() const { return simulation_.faults(); }
+  // The names of the registered connections, one per connection.
+  std::vector<std::string> clients() const;
+
  private:
   class Session;
   friend class Session;
@@ -48,6 +61,8 @@ class Server {
   // a growing pause or as soon as a connection closes.
   void retryAcceptLater(const asio::error_code& ec);
   void connectionClosed();
+  // Tells the observer that the connected clients changed.
+  void clientsChanged();
   void record(const std::string& line);
   // Sends a state-change event to every session whose client subscribed to it;
   // returns how many got it.

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "Observer.h"
 #include "RequestHandler.h"
 #include "StateFile.h"
 
@@ -21,8 +22,9 @@ namespace {
 // stop) loses at most this much.
 constexpr std::chrono::milliseconds kSaveEvery{100};
 
-std::string now() {
-  const auto t = std::chrono::system_clock::now();
+}  // namespace
+
+std::string logTime(std::chrono::system_clock::time_point t) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(t);
   const auto ms =
       std::chrono::duration_cast<std::chrono::milliseconds>(t.time_since_epoch()).count() % 1000;
@@ -33,8 +35,6 @@ std::string now() {
   snprintf(text + n, sizeof text - n, ".%03d", static_cast<int>(ms));
   return text;
 }
-
-}  // namespace
 
 Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscriptions,
                        EventSender sendEvent, Timer timer)
@@ -139,17 +139,28 @@ Simulation::Outcome Simulation::serve(const std::string& client, int type,
   return out;
 }
 
-void Simulation::log(const std::string& client, int type, const Outcome& out, int events) const {
+void Simulation::log(const std::string& client, int type, const std::string& payload,
+                     const Outcome& out, int events) const {
+  if (observer_ != nullptr)
+    observer_->served(client, type, payload, out, events);
   if (!options_.verbose)
     return;
+  fprintf(stderr, "%s\n",
+          trafficLine(std::chrono::system_clock::now(), client, type, out.info.what, out, events)
+              .c_str());
+}
+
+std::string trafficLine(std::chrono::system_clock::time_point at, const std::string& client,
+                        int type, const std::string& what, const Simulation::Outcome& out,
+                        int events) {
   std::string answer = out.answer ? std::to_string(out.code) : "no answer";
   if (out.answer && out.delayMs > 0)
     answer += " after " + std::to_string(out.delayMs) + " ms";
   if (out.fault)
     answer += " (fault)";
-  fprintf(stderr, "%s #%ld \"%s\" type %d %s -> %s, events %d\n", now().c_str(), out.number,
-          printableText(client).c_str(), type, printableText(out.info.what).c_str(), answer.c_str(),
-          events);
+  return logTime(at) + " #" + std::to_string(out.number) + " \"" + printableText(client) +
+         "\" type " + std::to_string(type) + " " + printableText(what) + " -> " + answer +
+         ", events " + std::to_string(events);
 }
 
 void Simulation::saveSoon() {

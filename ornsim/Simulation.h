@@ -18,6 +18,8 @@
 
 namespace ornsim {
 
+class Observer;
+
 class Simulation {
  public:
   // What to do with one request.
@@ -57,8 +59,14 @@ class Simulation {
   Outcome serve(const std::string& client, int type, const std::string& payload);
 
   // With -v: one line on stderr for a served request; `events` counts every
-  // event it caused.
-  void log(const std::string& client, int type, const Outcome& outcome, int events) const;
+  // event it caused. The observer, when set, is told either way.
+  void log(const std::string& client, int type, const std::string& payload, const Outcome& outcome,
+           int events) const;
+
+  // One watcher at most; null stops the telling.
+  void setObserver(Observer* observer) { observer_ = observer; }
+  Observer* observer() const { return observer_; }
+  const std::vector<Fault>& faults() const { return control_.faults; }
 
  private:
   // Saves now when the last save is kSaveEvery old, else when it will be.
@@ -79,6 +87,15 @@ class Simulation {
   int stateLock_ = -1;
   std::string saved_;   // the state file's text as last written
   int eventsSent_ = 0;  // by the request being served
+  Observer* observer_ = nullptr;
 };
+
+// The traffic log's line for a request served at `at`, whose request info
+// says `what`.
+std::string trafficLine(std::chrono::system_clock::time_point at, const std::string& client,
+                        int type, const std::string& what, const Simulation::Outcome& outcome,
+                        int events);
+// The traffic log's time: local, to the millisecond.
+std::string logTime(std::chrono::system_clock::time_point at);
 
 }  // namespace ornsim

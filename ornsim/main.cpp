@@ -10,6 +10,9 @@
 #include "Options.h"
 #include "Server.h"
 #include "Socket.h"
+#ifdef ORN_LIVE_VIEW
+#include "LiveView.h"
+#endif
 
 namespace {
 
@@ -41,6 +44,12 @@ int run(int argc, char** argv) {
   // service.
   signal(SIGPIPE, SIG_IGN);
 
+#ifndef ORN_LIVE_VIEW
+  if (options.httpPort >= 0) {
+    fprintf(stderr, "ornsim: --http: this ornsim was built without the live view\n");
+    return 2;
+  }
+#endif
   asio::io_context io;
   ornsim::Server server(io, options, std::move(home));
   const std::string path =
@@ -53,6 +62,13 @@ int run(int argc, char** argv) {
     fprintf(stderr, "ornsim: %s\n", err.c_str());
     return 2;
   }
+#ifdef ORN_LIVE_VIEW
+  ornsim::LiveView view(io, server);
+  if (options.httpPort >= 0 && !view.start(options.httpAddress, options.httpPort, &err)) {
+    fprintf(stderr, "ornsim: %s\n", err.c_str());
+    return 2;
+  }
+#endif
   asio::signal_set signals(io, SIGINT, SIGTERM);
   signals.async_wait([&](const asio::error_code&, int) {
     // A second signal during teardown (a supervisor's follow-up SIGTERM) must
@@ -63,10 +79,17 @@ int run(int argc, char** argv) {
     sigaddset(&stopping, SIGINT);
     sigaddset(&stopping, SIGTERM);
     sigprocmask(SIG_BLOCK, &stopping, nullptr);
+#ifdef ORN_LIVE_VIEW
+    view.stop();
+#endif
     server.shutdown();
     io.stop();
   });
   printf("ready %s\n", path.c_str());
+#ifdef ORN_LIVE_VIEW
+  if (options.httpPort >= 0)
+    printf("http %s\n", view.url().c_str());
+#endif
   fflush(stdout);
   io.run();
   return 0;
