@@ -85,7 +85,6 @@ void LiveFeed::served(const std::string& client, int type, const std::string& pa
   t.client = client;
   t.type = type;
   t.payload = payload;
-  t.what = outcome.info.what;
   t.outcome.number = outcome.number;
   t.outcome.answer = outcome.answer;
   t.outcome.fault = outcome.fault;
@@ -108,12 +107,20 @@ void LiveFeed::clientsChanged() {
   changed_();
 }
 
-const std::string& LiveFeed::line(Traffic& t) {
+void LiveFeed::writeTraffic(JsonWriter& w, Traffic& t) {
   if (t.line.empty()) {
-    const std::string what = t.what.empty() ? describeRequest(t.type, t.payload).what : t.what;
-    t.line = trafficLine(t.at, t.client, t.type, what, t.outcome, t.events);
+    const RequestInfo info = describeRequest(t.type, t.payload);
+    t.line = trafficLine(t.at, t.client, t.type, info.what, t.outcome, t.events);
+    t.keys = "\"" + t.client + "\"";
+    for (const auto& id : info.endpoints)
+      t.keys += " " + id;
+    for (const auto& id : info.groups)
+      t.keys += " " + id;
   }
-  return t.line;
+  w.StartObject();
+  writeMember(w, "line", t.line);
+  writeMember(w, "keys", t.keys);
+  w.EndObject();
 }
 
 void LiveFeed::refresh() {
@@ -140,7 +147,7 @@ std::string LiveFeed::update(Cursor* c) {
   w.Key("traffic");
   w.StartArray();
   for (uint64_t n = firstTraffic; n < trafficCount_; ++n)
-    writeString(w, line(traffic_[n % kLines]));
+    writeTraffic(w, traffic_[n % kLines]);
   w.EndArray();
   w.Key("events");
   w.StartArray();

@@ -12,6 +12,7 @@
 
 #include "Faults.h"
 #include "Home.h"
+#include "JsonText.h"
 #include "Observer.h"
 #include "Subscriptions.h"
 
@@ -60,13 +61,13 @@ class LiveFeed : public Observer {
     std::string client;
     int type = 0;
     std::string payload;
-    std::string what;  // filled when the simulation had it
     Simulation::Outcome outcome;
     int events = 0;
     std::string line;  // written on first use
+    std::string keys;  // the client and the ids named, for the page's filter
   };
 
-  const std::string& line(Traffic& t);
+  void writeTraffic(JsonWriter& w, Traffic& t);
   std::string stateJson() const;
 
   Source source_;

@@ -24,12 +24,13 @@ struct Fixture {
     doc.Parse(text.empty() ? "null" : text.c_str());
     return doc;
   }
+  std::string payload = R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
   void serve(int n) {
     Simulation::Outcome out;
     out.number = n;
     out.code = 200;
     out.data = "{}";
-    feed.served("app", 1, R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})", out, 0);
+    feed.served("app", 1, payload, out, 0);
   }
 };
 
@@ -48,21 +49,31 @@ TEST(LiveFeed, SendsEachViewerWhatItHasNotSeen) {
   auto second = f.update(&a);
   EXPECT_FALSE(second.HasMember("state"));  // unchanged: not sent again
   ASSERT_EQ(second["traffic"].Size(), 1u);
-  EXPECT_NE(std::string(second["traffic"][0].GetString())
+  EXPECT_NE(std::string(second["traffic"][0]["line"].GetString())
                 .find("#1 \"app\" type 1 GET /v2/endpoints -> 200, events 0"),
             std::string::npos);
   EXPECT_NE(std::string(second["events"][0].GetString())
                 .find(" event 21 to app (2 connections): {\"x\":1}"),
             std::string::npos);
 
+  // The filter's keys: the client and every id the request names.
+  f.payload =
+      R"({"qfi":{"path":"/v2/endpoints/batch/interfaces/power/turnOn/","method":"POST",)"
+      R"("requestBody":{"batch":[{"endpointId":"ep-desk"},{"endpointId":"ep-kettle"}]}},"dfi":[]})";
+  f.serve(2);
+  auto fourth = f.update(&a);
+  ASSERT_TRUE(fourth.IsObject());
+  EXPECT_STREQ(fourth["traffic"][0]["keys"].GetString(), "\"app\" ep-desk ep-kettle");
+  f.payload = R"({"qfi":{"path":"/v2/endpoints","method":"GET"},"dfi":[]})";
+
   // A state change reaches both; the late viewer gets only the last kLines.
   f.home.devices[0].state.power = !f.home.devices[0].state.power;
-  for (int n = 2; n < 2 + static_cast<int>(LiveFeed::kLines) + 5; ++n)
+  for (int n = 3; n < 2 + static_cast<int>(LiveFeed::kLines) + 5; ++n)
     f.serve(n);
   auto third = f.update(&a);
   EXPECT_TRUE(third.HasMember("state"));
   EXPECT_EQ(third["traffic"].Size(), LiveFeed::kLines);
-  EXPECT_NE(std::string(third["traffic"][LiveFeed::kLines - 1].GetString()).find("#306 "),
+  EXPECT_NE(std::string(third["traffic"][LiveFeed::kLines - 1]["line"].GetString()).find("#306 "),
             std::string::npos);
   auto late = f.update(&b);
   EXPECT_EQ(late["traffic"].Size(), LiveFeed::kLines);
