@@ -182,6 +182,19 @@ bool Child::waitFor(int fd, std::string* buffer, const std::string& needle,
   return true;
 }
 
+bool Child::waitOutLine(const std::string& prefix, Clock::time_point deadline, std::string* rest) {
+  for (;;) {
+    const size_t at = outText_.find(prefix);
+    const size_t end = at == std::string::npos ? at : outText_.find('\n', at + prefix.size());
+    if (end != std::string::npos) {
+      *rest = outText_.substr(at + prefix.size(), end - at - prefix.size());
+      return true;
+    }
+    if (!readMore(out_, &outText_, deadline))
+      return false;
+  }
+}
+
 bool Child::waitOut(const std::string& needle, Clock::time_point deadline) {
   return waitFor(out_, &outText_, needle, deadline);
 }
@@ -214,7 +227,10 @@ Sim::Sim(const std::string& ornsimPath, const std::vector<std::string>& extraArg
   std::vector<std::string> argv{ornsimPath, "--socket", socket_};
   argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
   child_ = std::make_unique<Child>(argv);
-  ready_ = child_->started() && child_->waitOut("ready ", Clock::now() + std::chrono::seconds(60));
+  const auto deadline = Clock::now() + std::chrono::seconds(60);
+  ready_ = child_->started() && child_->waitOut("ready ", deadline);
+  if (ready_ && std::find(extraArgs.begin(), extraArgs.end(), "--http") != extraArgs.end())
+    ready_ = child_->waitOutLine("\nhttp ", deadline, &http_);
 }
 
 Sim::~Sim() {

@@ -49,6 +49,8 @@ class Child {
   bool waitErr(const std::string& needle, Clock::time_point deadline);
   // Reads stdout until one more complete line than before arrived.
   bool nextOutLine(Clock::time_point deadline);
+  // Reads stdout until a whole line holds prefix; *rest is what follows it on the line.
+  bool waitOutLine(const std::string& prefix, Clock::time_point deadline, std::string* rest);
 
  private:
   bool waitFor(int fd, std::string* buffer, const std::string& needle, Clock::time_point deadline);
@@ -64,6 +66,7 @@ class Child {
 // ornsim on a socket in its own temporary folder.
 class Sim {
  public:
+  // `extraArgs` follow --socket; with --http the live view's URL is read too.
   explicit Sim(const std::string& ornsimPath, const std::vector<std::string>& extraArgs = {});
   ~Sim();
   Sim(const Sim&) = delete;
@@ -72,10 +75,12 @@ class Sim {
   bool ok() const { return child_ && child_->started() && ready_; }
   const std::string& socketPath() const { return socket_; }
   pid_t pid() const { return child_ ? child_->pid() : -1; }
+  const std::string& httpUrl() const { return http_; }
 
  private:
   std::string dir_;
   std::string socket_;
+  std::string http_;
   std::unique_ptr<Child> child_;
   bool ready_ = false;
 };
