@@ -253,8 +253,10 @@ LiveView::~LiveView() {
   stop();
 }
 
-bool LiveView::start(const std::string& address, int port, std::string* err) {
+bool LiveView::start(const std::string& given, int port, std::string* err) {
   Impl& d = *impl_;
+  // The one name taken: it needs no resolver and cannot be rebound.
+  const std::string address = given == "localhost" ? "127.0.0.1" : given;
   d.ws.clear_access_channels(websocketpp::log::alevel::all);
   d.ws.clear_error_channels(websocketpp::log::elevel::all);
   std::error_code ec;
