@@ -49,8 +49,11 @@ class Sim:
         self.token = urllib.parse.parse_qs(parts.query)["token"][0]
 
     def stop(self):
+        """Stops it; its exit status, and its stderr when that is not 0 (a sanitizer's report)."""
         self.proc.terminate()
-        self.proc.wait(WAIT)
+        status = self.proc.wait(WAIT)
+        self.err.seek(0)
+        return status, self.err.read() if status else ""
 
 
 def request(sim, method, path, headers=None, body=None):
@@ -196,7 +199,9 @@ def main():
         if listener:
             listener.kill()
             listener.wait()
-        sim.stop()
+        status, err = sim.stop()
+        if status:
+            fail("ornsim exited %d:\n%s" % (status, err[-4000:]))
         shutil.rmtree(folder, ignore_errors=True)
 
     for f in failures:
