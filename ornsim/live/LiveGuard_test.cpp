@@ -20,6 +20,7 @@ TEST(LiveGuard, LetsInOnlyTheTokenFromThisServersOwnPage) {
       {"127.0.0.1", {"127.0.0.1:8080", "", cookie, "", true}, V::kAllow},  // a tool, not a page
       {"::1", {"[::1]:8080", "", cookie, "", false}, V::kAllow},
       {"0.0.0.0", {"192.168.1.9:8080", "http://192.168.1.9:8080", cookie, "", true}, V::kAllow},
+      {"::", {"[fe80::1]:8080", "", cookie, "", false}, V::kAllow},
       // No token, a wrong one, one for another port, a prefix of the right one.
       {"127.0.0.1", {"127.0.0.1:8080", "", "", "", false}, V::kNoToken},
       {"127.0.0.1", {"127.0.0.1:8080", "", "", "0123456789abcdef0123456789abcdeX", false}, V::kNoToken},
@@ -32,6 +33,7 @@ TEST(LiveGuard, LetsInOnlyTheTokenFromThisServersOwnPage) {
       {"127.0.0.1", {"127.0.0.1", "", cookie, t, false}, V::kBadHost},
       {"127.0.0.1", {"", "", cookie, t, false}, V::kBadHost},
       {"0.0.0.0", {"evil.example:8080", "", cookie, t, false}, V::kBadHost},
+      {"::", {"[fe80::zz]:8080", "", cookie, t, false}, V::kBadHost},
       // Foreign origins on a change; a read does not look.
       {"127.0.0.1", {"127.0.0.1:8080", "http://evil.example", cookie, "", true}, V::kBadOrigin},
       {"127.0.0.1", {"127.0.0.1:8080", "null", cookie, "", true}, V::kBadOrigin},
