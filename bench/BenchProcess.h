@@ -76,6 +76,8 @@ class Sim {
   const std::string& socketPath() const { return socket_; }
   pid_t pid() const { return child_ ? child_->pid() : -1; }
   const std::string& httpUrl() const { return http_; }
+  // CPU time ornsim has used so far, in nanoseconds (0 when it cannot be read).
+  double cpuNs() const;
 
  private:
   std::string dir_;

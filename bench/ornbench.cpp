@@ -136,10 +136,12 @@ bool runPairs(const Options& o) {
 
 struct LoadRow {
   double perSecond = 0, p50 = 0, p99 = 0;
+  double cpuUs = 0;  // ornsim's CPU time per request
 };
 
 // n connections, each with one request in flight, for `seconds`.
-bool loadRow(const std::string& socketPath, int n, double seconds, LoadRow* row) {
+bool loadRow(const ornbench::Sim& sim, int n, double seconds, LoadRow* row) {
+  const std::string& socketPath = sim.socketPath();
   std::vector<std::unique_ptr<ornbench::Conn>> conns;
   std::vector<pollfd> fds;
   for (int i = 0; i < n; ++i) {
@@ -153,6 +155,7 @@ bool loadRow(const std::string& socketPath, int n, double seconds, LoadRow* row)
   std::vector<Clock::time_point> sentAt(static_cast<size_t>(n));
   std::vector<double> latencies;
   latencies.reserve(1u << 18);
+  const double cpuAtStart = sim.cpuNs();
   const auto start = Clock::now();
   const auto end = start + std::chrono::duration<double>(seconds);
   auto last = start;
@@ -188,8 +191,9 @@ bool loadRow(const std::string& socketPath, int n, double seconds, LoadRow* row)
     }
   }
   const double elapsed = std::chrono::duration<double>(last - start).count();
-  *row = {static_cast<double>(latencies.size()) / elapsed, ornbench::median(latencies),
-          ornbench::quantile(latencies, 0.99)};
+  const double requests = static_cast<double>(latencies.size());
+  *row = {requests / elapsed, ornbench::median(latencies), ornbench::quantile(latencies, 0.99),
+          (sim.cpuNs() - cpuAtStart) / 1000 / requests};
   return true;
 }
 
@@ -213,15 +217,15 @@ bool runLoad(const Options& o) {
     fprintf(stderr, "ornbench: the live page's updates did not open\n");
     return false;
   }
-  printf("%-12s %12s %10s %10s %14s %10s %10s %7s\n", "connections", "requests/s", "p50 ms",
-         "p99 ms", "page open r/s", "p50 ms", "p99 ms", "ratio");
+  printf("%-12s %11s %8s %8s %7s %14s %8s %8s %7s %7s\n", "connections", "requests/s", "p50 ms",
+         "p99 ms", "cpu us", "page open r/s", "p50 ms", "p99 ms", "cpu us", "ratio");
   bool met = true;
 #else
-  printf("%-12s %12s %10s %10s\n", "connections", "requests/s", "p50 ms", "p99 ms");
+  printf("%-12s %12s %10s %10s %7s\n", "connections", "requests/s", "p50 ms", "p99 ms", "cpu us");
 #endif
   for (int n : {1, 16, 64}) {
     LoadRow row;
-    if (!loadRow(sim.socketPath(), n, o.seconds, &row))
+    if (!loadRow(sim, n, o.seconds, &row))
       return false;
 #ifdef ORN_LIVE_VIEW
     // Alternating, best of three each: other work on the machine only ever
@@ -229,8 +233,8 @@ bool runLoad(const Options& o) {
     LoadRow page;
     for (int trial = 0; trial < 3; ++trial) {
       LoadRow plain, open;
-      if ((trial > 0 && !loadRow(sim.socketPath(), n, o.seconds, &plain)) ||
-          !loadRow(paged.socketPath(), n, o.seconds, &open))
+      if ((trial > 0 && !loadRow(sim, n, o.seconds, &plain)) ||
+          !loadRow(paged, n, o.seconds, &open))
         return false;
       if (plain.perSecond > row.perSecond)
         row = plain;
@@ -239,10 +243,10 @@ bool runLoad(const Options& o) {
     }
     const double ratio = page.perSecond / row.perSecond;
     met = met && ratio >= kPageBudget;
-    printf("%-12d %12.0f %10.3f %10.3f %14.0f %10.3f %10.3f %7.3f\n", n, row.perSecond, row.p50,
-           row.p99, page.perSecond, page.p50, page.p99, ratio);
+    printf("%-12d %11.0f %8.3f %8.3f %7.2f %14.0f %8.3f %8.3f %7.2f %7.3f\n", n, row.perSecond,
+           row.p50, row.p99, row.cpuUs, page.perSecond, page.p50, page.p99, page.cpuUs, ratio);
 #else
-    printf("%-12d %12.0f %10.3f %10.3f\n", n, row.perSecond, row.p50, row.p99);
+    printf("%-12d %12.0f %10.3f %10.3f %7.2f\n", n, row.perSecond, row.p50, row.p99, row.cpuUs);
 #endif
   }
 #ifdef ORN_LIVE_VIEW

@@ -133,9 +133,13 @@ void LiveFeed::refresh() {
 
 std::string LiveFeed::update(Cursor* c) {
   const bool state = c->state != stateVersion_;
-  const uint64_t firstTraffic =
-      std::max(c->traffic, trafficCount_ - std::min(trafficCount_, kLines));
-  const uint64_t firstEvent = std::max(c->events, eventCount_ - std::min(eventCount_, kLines));
+  // A new viewer gets all that is kept; later updates at most kLinesPerUpdate
+  // of each, the newest, and the count of those passed over. Under a flood
+  // nobody reads them all, and writing them is what would cost the simulator.
+  const bool fresh = c->state == 0;
+  const uint64_t cap = fresh ? kLines : kLinesPerUpdate;
+  const uint64_t firstTraffic = std::max(c->traffic, trafficCount_ - std::min(trafficCount_, cap));
+  const uint64_t firstEvent = std::max(c->events, eventCount_ - std::min(eventCount_, cap));
   if (!state && firstTraffic == trafficCount_ && firstEvent == eventCount_)
     return "";
   std::string out = "{";
@@ -149,11 +153,15 @@ std::string LiveFeed::update(Cursor* c) {
   for (uint64_t n = firstTraffic; n < trafficCount_; ++n)
     writeTraffic(w, traffic_[n % kLines]);
   w.EndArray();
+  w.Key("trafficSkipped");
+  w.Uint64(fresh ? 0 : firstTraffic - c->traffic);
   w.Key("events");
   w.StartArray();
   for (uint64_t n = firstEvent; n < eventCount_; ++n)
     writeString(w, events_[n % kLines]);
   w.EndArray();
+  w.Key("eventsSkipped");
+  w.Uint64(fresh ? 0 : firstEvent - c->events);
   w.EndObject();
   out += buf.GetString() + 1;  // without its "{"
   *c = {stateVersion_, trafficCount_, eventCount_};

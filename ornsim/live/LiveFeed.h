@@ -22,6 +22,8 @@ class LiveFeed : public Observer {
  public:
   // Traffic lines and events kept, each.
   static constexpr size_t kLines = 300;
+  // Of each, in one update after a viewer's first.
+  static constexpr size_t kLinesPerUpdate = 40;
 
   // Where the state is read; `changed` is called after anything the page shows
   // may have changed.

@@ -72,11 +72,14 @@ TEST(LiveFeed, SendsEachViewerWhatItHasNotSeen) {
     f.serve(n);
   auto third = f.update(&a);
   EXPECT_TRUE(third.HasMember("state"));
-  EXPECT_EQ(third["traffic"].Size(), LiveFeed::kLines);
-  EXPECT_NE(std::string(third["traffic"][LiveFeed::kLines - 1]["line"].GetString()).find("#306 "),
+  ASSERT_EQ(third["traffic"].Size(), LiveFeed::kLinesPerUpdate);
+  EXPECT_EQ(third["trafficSkipped"].GetInt(), 304 - static_cast<int>(LiveFeed::kLinesPerUpdate));
+  EXPECT_NE(std::string(third["traffic"][LiveFeed::kLinesPerUpdate - 1]["line"].GetString())
+                .find("#306 "),
             std::string::npos);
   auto late = f.update(&b);
   EXPECT_EQ(late["traffic"].Size(), LiveFeed::kLines);
+  EXPECT_EQ(late["trafficSkipped"].GetInt(), 0);
   EXPECT_EQ(late["events"].Size(), 1u);
 }
 
