@@ -28,6 +28,9 @@ namespace status = websocketpp::http::status_code;
 constexpr std::chrono::milliseconds kUpdateEvery{40};
 // A viewer whose unsent updates pass this is cut off (the page says so).
 constexpr size_t kMaxViewerBytes = 1u << 20;
+// The kernel's send buffer per connection, fixed: left to grow by itself it
+// would hold megabytes more for a viewer that does not read.
+constexpr int kSocketSendBuffer = 64 << 10;
 constexpr size_t kMaxViewers = 16;
 // The controls' bodies are small; anything bigger is not the page's.
 constexpr size_t kMaxBodyBytes = 64u << 10;
@@ -266,6 +269,15 @@ bool LiveView::start(const std::string& given, int port, std::string* err) {
     *err = "--http: " + address + " is not an IP address";
     return false;
   }
+  // After the accept: the socket does not exist before.
+  d.ws.set_tcp_post_init_handler([&d](Hdl h) {
+    std::error_code bad;
+    WsServer::connection_ptr con = d.ws.get_con_from_hdl(h, bad);
+    asio::error_code ignored;
+    if (!bad)
+      con->get_raw_socket().set_option(asio::socket_base::send_buffer_size(kSocketSendBuffer),
+                                       ignored);
+  });
   d.ws.set_max_http_body_size(kMaxBodyBytes);
   d.ws.set_max_message_size(kMaxBodyBytes);
   d.ws.set_http_handler([&d](Hdl h) { d.guarded("request", [&] { d.onHttp(h); }); });

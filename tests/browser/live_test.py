@@ -13,6 +13,7 @@ import json
 import os
 import select
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
@@ -98,6 +99,53 @@ def check_refusals(sim, fail):
         fail("first load: a CORS header")
 
 
+def check_slow_viewer(sim, fail):
+    """A viewer that stops reading is cut off, having been sent a bounded amount."""
+    host = "%s:%d" % (sim.host, sim.port)
+    viewer = socket.socket()
+    viewer.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)  # fills at once
+    viewer.settimeout(WAIT)
+    viewer.connect((sim.host, sim.port))
+    viewer.sendall(("GET /updates HTTP/1.1\r\nHost: %s\r\nOrigin: http://%s\r\n"
+                    "Cookie: ornsim-live-%d=%s\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+                    "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n"
+                    % (host, host, sim.port, sim.token)).encode())
+    answer = b""
+    while b"\r\n\r\n" not in answer:
+        answer += viewer.recv(1)
+    if not answer.startswith(b"HTTP/1.1 101"):
+        fail("slow viewer: no upgrade: %r" % answer)
+        return
+    # Events of 20 KB each (to nobody), 8 MB in all: every one is a line for every
+    # viewer, and they come over many updates.
+    cookie = {"Cookie": "ornsim-live-%d=%s" % (sim.port, sim.token)}
+    big = json.dumps({"path": "/sim/events", "method": "POST",
+                      "body": {"eventType": 99, "client": "nobody", "payload": "x" * 20000}})
+    for _ in range(400):
+        request(sim, "POST", "/control", cookie, big)
+    # Now read: what was queued for it, then the end of the connection.
+    got, deadline = 0, time.monotonic() + 2 * WAIT
+    while time.monotonic() < deadline:
+        viewer.settimeout(deadline - time.monotonic())
+        try:
+            chunk = viewer.recv(65536)
+        except (socket.timeout, ConnectionResetError):
+            break
+        if not chunk:
+            break
+        got += len(chunk)
+    else:
+        fail("slow viewer: not cut off")
+    viewer.close()
+    sim.err.seek(0)
+    if "a viewer is not reading; cutting it off" not in sim.err.read():
+        fail("slow viewer: no log line")
+    # Cut off past 1 MiB queued: with the update being written and the one that went past
+    # (40 lines each, 800 KB) and the kernel's buffers, under 3 MB of the 8 MB.
+    if got > 3_000_000:
+        fail("slow viewer: sent %d bytes" % got)
+
+
 def main():
     ornsim, orncli, screenshot = sys.argv[1:4]
     lacking = missing_browser()
@@ -119,6 +167,7 @@ def main():
     try:
         # The refusals need no browser, so they run everywhere.
         check_refusals(sim, fail)
+        check_slow_viewer(sim, fail)
         if "ON" in orncli_run("state", "get", "--endpoint", "ep-bedroom", "--feature", "power"):
             fail("a refused control changed the home")
         if not lacking:
