@@ -2,14 +2,7 @@
 # Every dependency is a system package found here; nothing is vendored.
 find_package(Threads REQUIRED)
 
-find_package(RapidJSON CONFIG QUIET)
-find_path(ORN_RAPIDJSON_INCLUDE_DIR rapidjson/document.h HINTS ${RAPIDJSON_INCLUDE_DIRS})
-if(NOT ORN_RAPIDJSON_INCLUDE_DIR)
-  message(FATAL_ERROR "RapidJSON not found: install rapidjson-dev (scripts/bootstrap does)")
-endif()
-add_library(orn_rapidjson INTERFACE)
-target_include_directories(orn_rapidjson SYSTEM INTERFACE ${ORN_RAPIDJSON_INCLUDE_DIR})
-add_library(RapidJSON::RapidJSON ALIAS orn_rapidjson)
+include(${CMAKE_CURRENT_LIST_DIR}/HeaderOnly.cmake)
 
 # The Android log API: the NDK's liblog on Android, android-liblog-dev on Linux hosts, where
 # hostlog/ binds it at the first record.

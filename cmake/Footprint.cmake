@@ -7,8 +7,16 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-Os -ffunction-sections -fdata-sections)
   # Drop unreferenced sections and unneeded libraries; sort the dynamic hash for lookups.
   add_link_options(-Wl,--gc-sections -Wl,--as-needed -Wl,-O1 -Wl,--hash-style=gnu)
-  include(CheckIPOSupported)
-  check_ipo_supported(RESULT ORN_LTO OUTPUT ORN_LTO_WHY LANGUAGES CXX)
+  if(ANDROID AND NOT CMAKE_ANDROID_NDK_VERSION)
+    # The NDK's legacy toolchain file does not tell CMake the NDK's version, so CMake takes it
+    # for one older than r22 and links LTO with gold, which the NDK no longer ships (CMake's own
+    # check then fails and LTO is silently off). The NDK's default linker, lld, links LTO itself.
+    set(CMAKE_CXX_LINK_OPTIONS_IPO "")
+    set(ORN_LTO ON)
+  else()
+    include(CheckIPOSupported)
+    check_ipo_supported(RESULT ORN_LTO OUTPUT ORN_LTO_WHY LANGUAGES CXX)
+  endif()
   if(ORN_LTO)
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
   else()

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -98,8 +99,11 @@ class Ornsim {
 inline std::string ornsimPath() {
   return ORN_ORNSIM_PATH;
 }
+// ORN_TEST_ORNCLI names another orncli to test, such as one built against a platform prefix;
+// ornsim and the suite stay this build's.
 inline std::string orncliPath() {
-  return ORN_ORNCLI_PATH;
+  const char* other = std::getenv("ORN_TEST_ORNCLI");
+  return other != nullptr && *other != '\0' ? other : ORN_ORNCLI_PATH;
 }
 // The environment that points orncli (or any client of the library) at socketPath.
 inline Env clientEnv(const std::string& socketPath) {
