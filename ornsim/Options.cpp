@@ -151,12 +151,24 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
   return true;
 }
 
+// The default socket lines name this platform's defaults (Socket.h, ownSocketPath).
+#ifdef __ANDROID__
+#define ORNSIM_DEFAULT_SOCKET                                                                 \
+  "$ORN_QIPC_SOCKET, else\n"                                                                  \
+  "                            /data/local/tmp/ornqipc-<uid>/ornqipc.sock; orncli looks in\n" \
+  "                            /dev/socket/ornqipc unless ORN_QIPC_SOCKET names this one)"
+#else
+#define ORNSIM_DEFAULT_SOCKET                                        \
+  "$ORN_QIPC_SOCKET, else\n"                                         \
+  "                            $XDG_RUNTIME_DIR/ornqipc.sock, else " \
+  "/tmp/ornqipc-<uid>/ornqipc.sock)"
+#endif
+
 const char* usageText() {
   return R"(Usage: ornsim [options]
 Simulates the device-control service on a QIPC Unix-domain socket.
 
-  --socket PATH             listen here (default: $ORN_QIPC_SOCKET, else
-                            $XDG_RUNTIME_DIR/ornqipc.sock, else /tmp/ornqipc-<uid>/ornqipc.sock)
+  --socket PATH             listen here (default: )" ORNSIM_DEFAULT_SOCKET R"(
   --home FILE               devices and groups from this JSON file (default: built-in home)
   --record FILE             append one JSON line per message received:
                               {"register":NAME,"connectorType":N}

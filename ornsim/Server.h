@@ -3,6 +3,7 @@
 // loop.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <asio.hpp>
@@ -84,8 +85,10 @@ class Server {
   std::optional<std::chrono::steady_clock::time_point> acceptLogged_;
   bool acceptWaiting_ = false;  // acceptRetry_ holds the next accept
   std::string path_;
-  dev_t socketDev_ = 0;  // the socket file bound at path_
-  ino_t socketIno_ = 0;
+  // The socket file bound at path_, at stat's full width: bionic's 32-bit
+  // dev_t and ino_t would cut it short on a large filesystem.
+  decltype(stat::st_dev) socketDev_ = 0;
+  decltype(stat::st_ino) socketIno_ = 0;
   std::string lockPath_;
   int lockFd_ = -1;
   FILE* record_ = nullptr;

@@ -5,6 +5,7 @@
 
 #include <asio.hpp>
 #include <cstdio>
+#include <cstdlib>
 
 #include "Home.h"
 #include "Options.h"
@@ -52,9 +53,11 @@ int run(int argc, char** argv) {
 #endif
   asio::io_context io;
   ornsim::Server server(io, options, std::move(home));
-  const std::string path =
-      options.socketPath.empty() ? ornwick::qipc::socketPath() : options.socketPath;
-  if (path == ornwick::qipc::defaultSocketPath() && !ornwick::qipc::makeDefaultSocketDir(&err)) {
+  const char* named = std::getenv("ORN_QIPC_SOCKET");
+  const std::string path = !options.socketPath.empty()          ? options.socketPath
+                           : named != nullptr && *named != '\0' ? named
+                                                                : ornwick::qipc::ownSocketPath();
+  if (path == ornwick::qipc::ownSocketPath() && !ornwick::qipc::makeDefaultSocketDir(&err)) {
     fprintf(stderr, "ornsim: %s\n", err.c_str());
     return 2;
   }

@@ -23,9 +23,22 @@ std::string socketPath() {
   return defaultSocketPath();
 }
 
+// On Android the service's socket is in /dev/socket, which belongs to root and
+// the platform's services. A service a user starts (ornsim) listens in a
+// folder of its own under /data/local/tmp, the one folder an adb shell user may
+// write to; /data/local/tmp itself is shell's and group-writable (0771), so
+// never the socket's folder.
 std::string defaultSocketPath() {
 #ifdef __ANDROID__
   return "/dev/socket/ornqipc";
+#else
+  return ownSocketPath();
+#endif
+}
+
+std::string ownSocketPath() {
+#ifdef __ANDROID__
+  return "/data/local/tmp/ornqipc-" + std::to_string(getuid()) + "/ornqipc.sock";
 #else
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   if (runtime != nullptr && *runtime != '\0')
@@ -73,11 +86,18 @@ int connectUnix(const std::string& path, std::string* err) {
   // A Unix-domain connect completes at once or fails; EAGAIN means a full
   // backlog.
   if (connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof(addr)) != 0) {
-    *err = "connect " + path + ": " + strerror(errno);
+    const int error = errno;
+    *err = "connect " + path + ": " + strerror(error);
     close(fd);
+    errno = error;
     return -1;
   }
   return fd;
+}
+
+bool trustedUid(uid_t uid, uid_t alsoAllowed) {
+  return uid == 0 || uid == getuid() || uid == alsoAllowed ||
+         (kBuiltInServiceUid != kNoUid && uid == kBuiltInServiceUid);
 }
 
 bool peerAllowed(int fd, std::string* err, uid_t alsoAllowed) {
@@ -87,10 +107,12 @@ bool peerAllowed(int fd, std::string* err, uid_t alsoAllowed) {
     *err = std::string("SO_PEERCRED: ") + strerror(errno);
     return false;
   }
-  if (cred.uid != 0 && cred.uid != getuid() && cred.uid != alsoAllowed) {
+  if (!trustedUid(cred.uid, alsoAllowed)) {
     *err = "peer uid " + std::to_string(cred.uid) + " is neither ours nor root";
     if (alsoAllowed != kNoUid)
       *err += " nor " + std::to_string(alsoAllowed);
+    if (kBuiltInServiceUid != kNoUid && kBuiltInServiceUid != alsoAllowed)
+      *err += " nor " + std::to_string(kBuiltInServiceUid);
     return false;
   }
   return true;
@@ -116,14 +138,16 @@ ServiceCheck checkSocketDir(const std::string& path, bool ownerOnly, uid_t servi
                                                      : path.substr(0, slash);
   struct stat st;
   if (stat(dir.c_str(), &st) != 0) {
-    *err = "stat " + dir + ": " + strerror(errno);
-    return ServiceCheck::kAbsent;
+    const int error = errno;
+    *err = "stat " + dir + ": " + strerror(error);
+    // A folder we may not look into is a refusal, not an absence.
+    return error == EACCES ? ServiceCheck::kRefused : ServiceCheck::kAbsent;
   }
   if (!S_ISDIR(st.st_mode)) {
     *err = dir + " is not a folder";
     return ServiceCheck::kRefused;
   }
-  if (st.st_uid != 0 && st.st_uid != getuid() && st.st_uid != serviceUid) {
+  if (!trustedUid(st.st_uid, serviceUid)) {
     *err = "folder " + dir + " belongs to uid " + std::to_string(st.st_uid);
     return ServiceCheck::kRefused;
   }
@@ -143,8 +167,11 @@ ServiceCheck connectService(const std::string& path, bool ownerOnly, uid_t servi
   if (dir != ServiceCheck::kOk)
     return dir;
   *fd = connectUnix(path, err);
-  if (*fd < 0)
-    return ServiceCheck::kAbsent;
+  if (*fd < 0) {
+    // A socket we may not connect to (EACCES: its mode or its folder's) is
+    // there and refuses us; nobody listening is an absence.
+    return errno == EACCES || errno == EPERM ? ServiceCheck::kRefused : ServiceCheck::kAbsent;
+  }
   if (!peerAllowed(*fd, err, serviceUid)) {
     close(*fd);
     *fd = -1;
@@ -154,7 +181,7 @@ ServiceCheck connectService(const std::string& path, bool ownerOnly, uid_t servi
 }
 
 bool makeDefaultSocketDir(std::string* err) {
-  const std::string path = defaultSocketPath();
+  const std::string path = ownSocketPath();
   const std::string dir = path.substr(0, path.rfind('/'));
   if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
     *err = "mkdir " + dir + ": " + strerror(errno);

@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -31,6 +30,7 @@
 #include "Frame.h"
 #include "Message.h"
 #include "Socket.h"
+#include "SteadyCondition.h"
 
 namespace ornwick {
 namespace ornConnector {
@@ -205,7 +205,9 @@ class ORNClient::Impl {
   std::string lastRefusal_;
 
   std::mutex mu_;
-  std::condition_variable syncCv_;
+  // Bound to the monotonic clock, so a clock set after boot does not move the
+  // sync requests' time limit.
+  SteadyCondition syncCv_;
   bool stopping_ = false;
   bool connected_ = false;
   // Some connection was registered: from then on a request finds the

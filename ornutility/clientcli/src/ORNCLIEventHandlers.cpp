@@ -23,8 +23,8 @@ std::chrono::steady_clock::time_point deadlineAfter(int timeoutSeconds) {
 
 // Takes the slot's record, waiting until the deadline for one to arrive.
 template <typename T>
-std::shared_ptr<T> takeFromSlot(std::mutex& mutex, std::condition_variable& cv,
-                                std::shared_ptr<T>& slot, int timeoutSeconds) {
+std::shared_ptr<T> takeFromSlot(std::mutex& mutex, SteadyCondition& cv, std::shared_ptr<T>& slot,
+                                int timeoutSeconds) {
   std::unique_lock<std::mutex> lock(mutex);
   if (!slot) {
     cv.wait_until(lock, deadlineAfter(timeoutSeconds), [&slot] { return slot != nullptr; });

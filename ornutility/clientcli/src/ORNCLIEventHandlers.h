@@ -3,13 +3,13 @@
 // interactive mode.
 #pragma once
 
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 
 #include "IORNEventHandler.h"
 #include "ORNEvent.h"
 #include "ORNResponse.h"
+#include "SteadyCondition.h"
 
 namespace ornwick {
 namespace ornUtility {
@@ -18,7 +18,8 @@ using ornConnector::api::ORNEvent;
 using ornConnector::api::ORNResponse;
 
 // One slot per kind (event, response) plus the registered flag; a new record replaces an
-// unread one and a wait empties the slot. Waits use absolute steady-clock deadlines.
+// unread one and a wait empties the slot. Waits use absolute deadlines on the monotonic clock,
+// which no change of the wall clock moves (SteadyCondition).
 class ORNCLIEventHandler : public ornConnector::IORNEventHandler {
  public:
   ~ORNCLIEventHandler() override = default;
@@ -34,12 +35,12 @@ class ORNCLIEventHandler : public ornConnector::IORNEventHandler {
  private:
   std::shared_ptr<ORNEvent> lastEvent_;
   std::mutex eventMutex_;
-  std::condition_variable eventCv_;
+  SteadyCondition eventCv_;
   std::mutex registrationMutex_;
-  std::condition_variable registrationCv_;
+  SteadyCondition registrationCv_;
   bool registered_ = false;
   std::mutex responseMutex_;
-  std::condition_variable responseCv_;
+  SteadyCondition responseCv_;
   std::shared_ptr<ORNResponse> lastResponse_;
 };
 
