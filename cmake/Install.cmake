@@ -14,7 +14,8 @@ endif()
 if(ANDROID)
   # Devices carry no libc++_shared.so: the install puts the NDK's in lib/, where the tools' run
   # path finds it (bionic reads DT_RUNPATH and $ORIGIN from API 24).
-  set_target_properties(${ORN_TOOLS} PROPERTIES INSTALL_RPATH "\$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  set_target_properties(${ORN_TOOLS} PROPERTIES INSTALL_RPATH "\$ORIGIN/../${CMAKE_INSTALL_LIBDIR}"
+                                                BUILD_WITH_INSTALL_RPATH ON)
   if(ANDROID_STL STREQUAL "c++_shared")
     find_library(ORN_CXX_SHARED_RUNTIME c++_shared REQUIRED)
     install(FILES ${ORN_CXX_SHARED_RUNTIME} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT connector)

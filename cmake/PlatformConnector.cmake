@@ -9,6 +9,14 @@ if(NOT IS_DIRECTORY "${ORN_PLATFORM_CONNECTOR_ROOT}")
   message(FATAL_ERROR "ORN_PLATFORM_CONNECTOR=ON needs -DORN_PLATFORM_CONNECTOR_ROOT=<prefix>, "
                       "the folder holding the platform's lib/ and include/ornconnector/")
 endif()
+set(ORN_PLATFORM_PARTS ORN_PLATFORM_CONNECTOR_LIB ORN_PLATFORM_JSONUTIL_LIB ORN_PLATFORM_CONNECTOR_INCLUDE)
+if(NOT ORN_PLATFORM_CONNECTOR_ROOT STREQUAL ORN_PLATFORM_SEARCHED_ROOT)
+  # Another prefix: what was found in the last one no longer holds.
+  foreach(part ${ORN_PLATFORM_PARTS})
+    unset(${part} CACHE)
+  endforeach()
+  set(ORN_PLATFORM_SEARCHED_ROOT ${ORN_PLATFORM_CONNECTOR_ROOT} CACHE INTERNAL "")
+endif()
 set(ORN_PLATFORM_WHERE NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 find_library(ORN_PLATFORM_CONNECTOR_LIB ornconnector
              PATHS ${ORN_PLATFORM_CONNECTOR_ROOT}/lib ${ORN_PLATFORM_WHERE})
@@ -16,7 +24,7 @@ find_library(ORN_PLATFORM_JSONUTIL_LIB ZedLocalJsonUtil
              PATHS ${ORN_PLATFORM_CONNECTOR_ROOT}/lib ${ORN_PLATFORM_WHERE})
 find_path(ORN_PLATFORM_CONNECTOR_INCLUDE ORNClient.h PATHS ${ORN_PLATFORM_CONNECTOR_ROOT}/include
           PATH_SUFFIXES ornconnector ${ORN_PLATFORM_WHERE})
-foreach(part ORN_PLATFORM_CONNECTOR_LIB ORN_PLATFORM_JSONUTIL_LIB ORN_PLATFORM_CONNECTOR_INCLUDE)
+foreach(part ${ORN_PLATFORM_PARTS})
   if(NOT ${part})
     message(FATAL_ERROR "${ORN_PLATFORM_CONNECTOR_ROOT} has no libornconnector, "
                         "libZedLocalJsonUtil or include/ornconnector/ORNClient.h (${part})")
