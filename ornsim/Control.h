@@ -22,9 +22,14 @@ struct Control {
   explicit Control(const Subscriptions& subs) : subscriptions(subs) {}
 
   const Subscriptions& subscriptions;
-  std::vector<Fault> faults;
-  long requests = 0;      // received so far, the current one included
-  EventSender sendEvent;  // unset: events reach nobody
+  FaultSet faults;
+  size_t faultListBytes = 0;  // the faults' share of GET /sim/faults's answer, escaped
+  long requests = 0;          // received so far, the current one included
+  EventSender sendEvent;      // unset: events reach nobody
 };
+
+// Adds a fault after those set, unless GET /sim/faults could then not list
+// them all in one answer: false then, and nothing is added.
+bool addFault(Control& control, Fault fault);
 
 }  // namespace ornsim

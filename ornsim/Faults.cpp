@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Faults: reading, writing and matching targeted faults.
+// Faults: reading, writing and looking up targeted faults.
 #include "Faults.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -34,8 +33,8 @@ bool parseTarget(const std::string& text, long requestsSoFar, Fault* f) {
     f->match = normalPath(prefix ? value.substr(0, value.size() - 1) : value) + (prefix ? "*" : "");
     return true;
   }
-  if (kind == "endpoint") {
-    f->target = Fault::Target::kEndpoint;
+  if (kind == "endpoint" || kind == "naming") {
+    f->target = kind == "endpoint" ? Fault::Target::kEndpoint : Fault::Target::kNaming;
     f->match = value;
     return true;
   }
@@ -71,39 +70,10 @@ bool parseAction(const std::string& text, Fault* f) {
   return true;
 }
 
-// True when `id` names the device `wanted` names, by either of its ids.
-bool sameDevice(const Home& home, const std::string& id, const std::string& wanted) {
-  if (id == wanted)
-    return true;
-  const Device* d = home.findDevice(id);
-  return d != nullptr && d == home.findDevice(wanted);
-}
+constexpr size_t kNone = static_cast<size_t>(-1);
 
-bool applies(const Fault& f, long n, const RequestInfo& info, const Home& home) {
-  switch (f.target) {
-    case Fault::Target::kRequest:
-      return n == f.request;
-    case Fault::Target::kPath:
-      return std::any_of(info.paths.begin(), info.paths.end(), [&](const std::string& p) {
-        return f.match.back() == '*'
-                   ? p.compare(0, f.match.size() - 1, f.match, 0, f.match.size() - 1) == 0
-                   : p == f.match;
-      });
-    case Fault::Target::kEndpoint:
-      for (const auto& id : info.endpoints)
-        if (sameDevice(home, id, f.match))
-          return true;
-      for (const auto& groupId : info.groups) {
-        if (groupId == f.match)
-          return true;
-        if (const Group* g = home.findGroup(groupId))
-          for (const auto& member : g->members)
-            if (sameDevice(home, member, f.match))
-              return true;
-      }
-      return false;
-  }
-  return false;
+void addKey(std::unordered_map<std::string, size_t>* index, const std::string& key, size_t at) {
+  index->emplace(key, at);  // an earlier fault for the key keeps it
 }
 
 }  // namespace
@@ -114,7 +84,8 @@ bool parseFault(const std::string& text, long requestsSoFar, Fault* fault, std::
   if (comma == std::string::npos || !parseTarget(text.substr(0, comma), requestsSoFar, &f) ||
       !parseAction(text.substr(comma + 1), &f)) {
     *err =
-        "a fault is TARGET,ACTION with TARGET path:PATH, endpoint:ID, request:N or next:N "
+        "a fault is TARGET,ACTION with TARGET path:PATH, endpoint:ID, naming:ID, request:N or "
+        "next:N "
         "and ACTION respond:CODE:DATA, delay:MS or silence";
     return false;
   }
@@ -125,6 +96,7 @@ bool parseFault(const std::string& text, long requestsSoFar, Fault* fault, std::
 std::string faultText(const Fault& f) {
   std::string s = f.target == Fault::Target::kPath       ? "path:" + f.match
                   : f.target == Fault::Target::kEndpoint ? "endpoint:" + f.match
+                  : f.target == Fault::Target::kNaming   ? "naming:" + f.match
                                                          : "request:" + std::to_string(f.request);
   if (f.action == Fault::Action::kRespond)
     return s + ",respond:" + std::to_string(f.code) + ":" + f.data;
@@ -133,12 +105,91 @@ std::string faultText(const Fault& f) {
   return s + ",silence";
 }
 
-const Fault* matchFault(const std::vector<Fault>& faults, long n, const RequestInfo& info,
-                        const Home& home) {
-  for (const auto& f : faults)
-    if (applies(f, n, info, home))
-      return &f;
-  return nullptr;
+void FaultSet::add(Fault f) {
+  const size_t at = faults_.size();
+  switch (f.target) {
+    case Fault::Target::kRequest:
+      byRequest_.emplace(f.request, at);
+      break;
+    case Fault::Target::kPath:
+      if (f.match.back() == '*')
+        addKey(&byPrefix_[f.match.size() - 1], f.match.substr(0, f.match.size() - 1), at);
+      else
+        addKey(&byPath_, f.match, at);
+      break;
+    case Fault::Target::kEndpoint:
+    case Fault::Target::kNaming: {
+      const bool entry =
+          f.target == Fault::Target::kEndpoint && f.action == Fault::Action::kRespond;
+      addKey(entry ? &entryById_ : &wholeById_, f.match, at);
+      break;
+    }
+  }
+  faults_.push_back(std::move(f));
+}
+
+void FaultSet::clear() {
+  *this = FaultSet();
+}
+
+void FaultSet::firstFor(const Index& index, const std::string& id, const Home& home,
+                        size_t* best) const {
+  if (index.empty())
+    return;
+  auto take = [&](const std::string& key) {
+    const auto it = index.find(key);
+    if (it != index.end() && it->second < *best)
+      *best = it->second;
+  };
+  take(id);
+  if (const Device* d = home.findDevice(id)) {
+    take(d->id);
+    take(d->endpointId);
+  }
+}
+
+const Fault* FaultSet::forRequest(long n, const RequestInfo& info, const Home& home) const {
+  if (faults_.empty())
+    return nullptr;
+  size_t best = kNone;
+  if (const auto it = byRequest_.find(n); it != byRequest_.end())
+    best = it->second;
+  for (const auto& p : info.paths) {
+    if (const auto it = byPath_.find(p); it != byPath_.end() && it->second < best)
+      best = it->second;
+    for (const auto& [length, index] : byPrefix_) {
+      if (length > p.size())
+        break;
+      if (const auto it = index.find(p.substr(0, length)); it != index.end() && it->second < best)
+        best = it->second;
+    }
+  }
+  // Ids the whole request is about, and the entries of a batch.
+  auto whole = [&](const std::string& id) {
+    firstFor(wholeById_, id, home, &best);
+    firstFor(entryById_, id, home, &best);
+  };
+  for (const auto& id : info.endpoints)
+    whole(id);
+  for (const auto& id : info.entries)
+    firstFor(wholeById_, id, home, &best);
+  for (const auto& groupId : info.groups) {
+    whole(groupId);
+    if (const Group* g = home.findGroup(groupId))
+      for (const auto& member : g->members) {
+        if (info.groupBatch)
+          firstFor(wholeById_, member, home, &best);
+        else
+          whole(member);
+      }
+  }
+  return best == kNone ? nullptr : &faults_[best];
+}
+
+const Fault* FaultSet::forEntry(const std::string& id, const Home& home) const {
+  size_t best = kNone;
+  firstFor(entryById_, id, home, &best);
+  return best == kNone ? nullptr : &faults_[best];
 }
 
 }  // namespace ornsim

@@ -179,8 +179,21 @@ Reply applyTo(Device* d, const std::string& id, const OpInfo& op, const OpArgs& 
   return {200, "{\"status\":\"SUCCESS\"}"};
 }
 
+// A fault's DATA as an entry's "responseData": JSON as it is, other text as a
+// JSON string.
+Reply entryFault(const Fault& f) {
+  rapidjson::Document doc;
+  if (!zedLocalUtil::jsonUtil::boundedParse(&doc, f.data.data(), f.data.size()).IsError())
+    return {f.code, f.data};
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  writeString(w, f.data);
+  return {f.code, buf.GetString()};
+}
+
+// `control` (may be null) holds the faults that answer for single entries.
 Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
-                     std::vector<StateChange>* changes) {
+                     std::vector<StateChange>* changes, const Control* control) {
   if (body == nullptr || !body->IsObject())
     return fail(400, "invalid_body", "a batch directive needs a JSON object body");
   const Value* directivePayload = findMember(*body, "directivePayload");
@@ -207,9 +220,12 @@ Reply batchDirective(Home& home, const OpInfo& op, const Value* body,
   }
   std::vector<Reply> replies;
   replies.reserve(ids.size());
-  // Unknown endpoints fail alone; the rest of the batch still applies.
-  for (const auto& id : ids)
-    replies.push_back(applyTo(home.findDevice(id), id, op, args, changes));
+  // Unknown endpoints and faulty ones fail alone; the rest of the batch still applies.
+  for (const auto& id : ids) {
+    const Fault* f = control != nullptr ? control->faults.forEntry(id, home) : nullptr;
+    replies.push_back(f != nullptr ? entryFault(*f)
+                                   : applyTo(home.findDevice(id), id, op, args, changes));
+  }
   return {200, resultsAnswer(replies, &ids)};
 }
 
@@ -248,7 +264,7 @@ Reply qfi(Home& home, const Value& q, std::vector<StateChange>* changes, Control
       return fail(404, "unknown_directive", "no directive " + s[5] + " for " + s[4]);
     if (method != "POST")
       return wrongMethod("POST");
-    return batchDirective(home, *op, body, changes);
+    return batchDirective(home, *op, body, changes, control);
   }
   return fail(404, "unknown_path", "no such path: " + path);
 }

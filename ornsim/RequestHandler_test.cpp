@@ -131,7 +131,7 @@ TEST(RequestHandler, AnswersEachRequestWithItsCodeAndData) {
       {1, sim("endpoints", R"({"id":"x","friendlyName":"bell\u0007"})"), 400, R"({"error":"invalid_body","message":"device: \"friendlyName\" must be UTF-8 text without control characters"})"},
       {1, sim("events", R"({"eventType":"21"})"), 400, "invalid_body"},
       {1, sim("events", R"({"eventType":21,"payload":{"a":1},"client":"bob"})"), 200, R"({"sent":0})"},
-      {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"faults":["request:2,silence"]})"},
+      {1, sim("faults", R"({"fault":"next:2,silence"})"), 200, R"({"requests":0,"added":"request:2,silence","count":1})"},
       {1, sim("faults", R"({"fault":"request:2"})"), 400, "invalid_body"},
       {1, sim("faults", R"({"fault":"request:2,respond:200:)" + std::string(1000000, 'x') + "\"}"), 400, "too_many_faults"},
   };
@@ -332,10 +332,12 @@ TEST(StateFile, SavedTextIsCheckedAndIdsCountOnFromIt) {
 
 TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
   const std::string kOn = batch("power/turnOn", R"({"groupId":"group-downstairs","directivePayload":{}})");
+  const std::string kTwo = batch("power/turnOn", R"({"batch":[{"endpointId":"ep-kitchen"},{"endpointId":"ep-desk"}],"directivePayload":{}})");
   const struct {
     std::vector<std::string> options;
     std::string payload;  // sent twice; the second answer is checked
     bool answer; int code, delayMs;
+    std::string data = "";  // a part of the answer's data
   } kCases[] = {
       {{"--fault", "path:/v2/endpoints,respond:503:x"}, qfi("/v2/endpoints/?a=b", "GET"), true, 503, 0},
       {{"--fault", "path:*,respond:503:x"}, qfi("/sim/groups", "GET"), true, 200, 0},
@@ -346,6 +348,18 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
       {{"--fault", "request:2,respond:500:", "--respond", "201:"}, kOn, true, 500, 0},
       {{"--fault", "request:1,respond:500:", "--respond", "201:"}, kOn, true, 201, 0},
       {{"--fault", "request:2,delay:10", "--no-response"}, kOn, false, 0, 10},
+      {{"--fault", "request:2,respond:502:", "--fault", "path:/v2/endpoints/batch/*,respond:501:"}, kOn, true, 502, 0},
+      {{"--fault", "path:/v2/endpoints/batch/*,respond:501:", "--fault", "request:2,respond:502:"}, kOn, true, 501, 0},
+      // endpoint: answers for its entry of a batch; the other entries are served.
+      {{"--fault", R"(endpoint:ep-living,respond:503:{"error":"x"})"}, kOn, true, 200, 0,
+       R"("light-kitchen","responseCode":200,"responseData":{"status":"SUCCESS"}},{"endpointId":"light-living","responseCode":503,"responseData":{"error":"x"}},{"endpointId":"plug-kettle","responseCode":200)"},
+      {{"--fault", "endpoint:light-kitchen,respond:404:gone"}, kTwo, true, 200, 0,
+       R"([{"endpointId":"ep-kitchen","responseCode":404,"responseData":"gone"},{"endpointId":"ep-desk","responseCode":200)"},
+      {{"--fault", "endpoint:ep-desk,respond:503:x", "--respond", "201:y"}, kTwo, true, 201, 0, "y"},
+      // Whole requests: naming:, the group a batch names, a request about one device.
+      {{"--fault", "naming:ep-living,respond:503:x"}, kOn, true, 503, 0, "x"},
+      {{"--fault", "endpoint:group-downstairs,respond:503:x"}, kOn, true, 503, 0, "x"},
+      {{"--fault", "endpoint:ep-kitchen,respond:503:x"}, qfi("/v2/endpoints/light-kitchen/features/power", "GET"), true, 503, 0, "x"},
   };
   for (const auto& c : kCases) {
     std::vector<const char*> argv = {"ornsim"};
@@ -361,6 +375,7 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
     EXPECT_EQ(out.delayMs, c.delayMs) << c.options[1];
     if (c.answer) {
       EXPECT_EQ(out.code, c.code) << c.options[1] << "\n" << out.data;
+      EXPECT_NE(out.data.find(c.data), std::string::npos) << c.options[1] << "\n" << out.data;
     }
   }
 }

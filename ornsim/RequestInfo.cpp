@@ -23,7 +23,8 @@ class Collector : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Collect
   std::string qfiPath, qfiMethod, operation;
   bool hasQfi = false;
   std::vector<Directive> dfis;
-  std::vector<std::string> endpoints, groups;
+  std::vector<std::string> endpoints, entries, groups;
+  bool groupBatch = false;
 
   bool Default() { return true; }
   bool String(const char* s, SizeType n, bool) {
@@ -35,10 +36,14 @@ class Collector : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Collect
       qfiMethod = v;
     else if (at == ".operation")
       operation = v;
-    else if (at == ".qfi.requestBody.batch[].endpointId" ||
-             at == ".subscriptions[].entities.endpoint.id")
+    else if (at == ".qfi.requestBody.batch[].endpointId")
+      entries.push_back(v);
+    else if (at == ".subscriptions[].entities.endpoint.id")
       endpoints.push_back(v);
-    else if (at == ".qfi.requestBody.groupId" || at == ".subscriptions[].entities.endpointGroup.id")
+    else if (at == ".qfi.requestBody.groupId") {
+      groupBatch = true;
+      groups.push_back(v);
+    } else if (at == ".subscriptions[].entities.endpointGroup.id")
       groups.push_back(v);
     else if (!dfis.empty() && at == ".dfi[].header.namespace")
       dfis.back().nameSpace = v;
@@ -127,7 +132,9 @@ RequestInfo describeRequest(int requestType, const std::string& payload) {
     return info;
   }
   info.endpoints = c.endpoints;
+  info.entries = c.entries;
   info.groups = c.groups;
+  info.groupBatch = c.groupBatch;
   if (requestType == 2) {
     std::vector<std::string> targets = c.endpoints;
     targets.insert(targets.end(), c.groups.begin(), c.groups.end());

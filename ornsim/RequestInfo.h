@@ -13,8 +13,10 @@ struct RequestInfo {
   // "subscribe create ep-kitchen"; several operations joined by "; ".
   std::string what;
   std::vector<std::string> paths;      // QFI paths, as normalPath gives them
-  std::vector<std::string> endpoints;  // entity or endpoint ids the request names
+  std::vector<std::string> endpoints;  // entity or endpoint ids the whole request is about
+  std::vector<std::string> entries;    // ids of a batch's entries, each answered apart
   std::vector<std::string> groups;     // group ids the request names
+  bool groupBatch = false;             // a batch on a group: its members are entries
   bool control = false;                // a simulator-only path (under /sim/)
 };
 

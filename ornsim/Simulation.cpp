@@ -43,7 +43,8 @@ Simulation::Simulation(const Options& options, Home& home, Subscriptions& subscr
       subscriptions_(subscriptions),
       control_(subscriptions),
       timer_(std::move(timer)) {
-  control_.faults = options.faults;
+  for (const auto& f : options.faults)
+    addFault(control_, f);
   control_.sendEvent = [this, send = std::move(sendEvent)](const std::string& client, int type,
                                                            const std::string& payload) {
     const int n = send ? send(client, type, payload) : 0;
@@ -104,23 +105,8 @@ Simulation::Outcome Simulation::serve(const std::string& client, int type,
   if (options_.verbose || faulty)
     out.info = describeRequest(type, payload);
   // The /sim/ paths stay in reach whatever faults are set.
-  if (faulty && !out.info.control) {
-    const Fault* f = matchFault(control_.faults, out.number, out.info, home_);
-    const Fault::Action action = f != nullptr ? f->action : Fault::Action::kDelay;
-    out.fault = f != nullptr || options_.respond || options_.noResponse;
-    out.delayMs =
-        f != nullptr && action == Fault::Action::kDelay ? f->delayMs : options_.responseDelayMs;
-    if (action == Fault::Action::kSilence ||
-        (action != Fault::Action::kRespond && options_.noResponse)) {
-      out.answer = false;
-      return out;
-    }
-    if (action == Fault::Action::kRespond || options_.respond) {
-      out.code = action == Fault::Action::kRespond ? f->code : options_.respondCode;
-      out.data = action == Fault::Action::kRespond ? f->data : options_.respondData;
-      return out;
-    }
-  }
+  if (faulty && !out.info.control && standIn(&out))
+    return out;
   eventsSent_ = 0;
   HandlerResult r = handleRequest(home_, subscriptions_, client, type, payload, &control_);
   out.code = r.code;
@@ -137,6 +123,40 @@ Simulation::Outcome Simulation::serve(const std::string& client, int type,
   if (unsaved_)
     saveSoon();
   return out;
+}
+
+bool Simulation::standIn(Outcome* out) const {
+  out->delayMs = options_.responseDelayMs;
+  // A targeted fault first: it may answer instead of the service, or only
+  // change the delay.
+  if (const Fault* f = control_.faults.forRequest(out->number, out->info, home_)) {
+    out->fault = true;
+    switch (f->action) {
+      case Fault::Action::kSilence:
+        out->answer = false;
+        return true;
+      case Fault::Action::kRespond:
+        out->code = f->code;
+        out->data = f->data;
+        return true;
+      case Fault::Action::kDelay:
+        out->delayMs = f->delayMs;
+        break;
+    }
+  }
+  // Then the options that act on every request no fault answered.
+  if (options_.noResponse) {
+    out->fault = true;
+    out->answer = false;
+    return true;
+  }
+  if (options_.respond) {
+    out->fault = true;
+    out->code = options_.respondCode;
+    out->data = options_.respondData;
+    return true;
+  }
+  return false;
 }
 
 void Simulation::log(const std::string& client, int type, const std::string& payload,

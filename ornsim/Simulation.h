@@ -66,9 +66,13 @@ class Simulation {
   // One watcher at most; null stops the telling.
   void setObserver(Observer* observer) { observer_ = observer; }
   Observer* observer() const { return observer_; }
-  const std::vector<Fault>& faults() const { return control_.faults; }
+  const std::vector<Fault>& faults() const { return control_.faults.all(); }
 
  private:
+  // Applies faults and the global --respond, --no-response and
+  // --response-delay-ms to *out; true when they answer (or withhold the
+  // answer) in the service's place.
+  bool standIn(Outcome* out) const;
   // Saves now when the last save is kSaveEvery old, else when it will be.
   void saveSoon();
   void save();

@@ -114,6 +114,8 @@ void LiveFeed::writeTraffic(JsonWriter& w, Traffic& t) {
     t.keys = "\"" + t.client + "\"";
     for (const auto& id : info.endpoints)
       t.keys += " " + id;
+    for (const auto& id : info.entries)
+      t.keys += " " + id;
     for (const auto& id : info.groups)
       t.keys += " " + id;
   }
