@@ -66,8 +66,8 @@ class FaultSet {
   std::unordered_map<long, size_t> byRequest_;
   Index byPath_;
   std::map<size_t, Index> byPrefix_;  // by prefix length, "*" left out
-  Index wholeById_;  // naming:, and endpoint: with delay or silence
-  Index entryById_;  // endpoint: with respond
+  Index wholeById_;                   // naming:, and endpoint: with delay or silence
+  Index entryById_;                   // endpoint: with respond
 };
 
 }  // namespace ornsim
