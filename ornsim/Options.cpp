@@ -183,9 +183,11 @@ Simulates the device-control service on a QIPC Unix-domain socket.
                             TYPE with the text PAYLOAD (may be empty); repeatable
   --fault TARGET,ACTION     answer matching requests wrongly on purpose; repeatable, the
                             first that applies wins. TARGET: path:PATH (a trailing * makes
-                            it a prefix), endpoint:ID (by either id, or a group holding it),
-                            request:N (the Nth request since the start). ACTION:
-                            respond:CODE:DATA (the home is not touched), delay:MS, silence
+                            it a prefix), endpoint:ID (by either id, or a group holding it;
+                            in a batch, only its entry answers CODE:DATA), naming:ID (as
+                            endpoint:, always the whole request), request:N (the Nth
+                            request since the start). ACTION: respond:CODE:DATA (the home
+                            is not touched), delay:MS, silence
   --state FILE              keep device state and subscriptions in FILE across restarts
   --max-connections N       close at once any connection beyond N open ones (default 256)
   --frame-budget BYTES      across all connections, hold at most BYTES of partly received
