@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-# cmake --install: the tools in bin/, the completions where bash-completion and zsh look (not on
-# Android, which has no bash), and our connector library laid out as the platform's is: the
+# cmake --install: the tools in bin/, their man pages and the completions where bash-completion
+# and zsh look (not on Android, which has no bash), and our connector library laid out as the platform's is: the
 # connector library and the JSON helper library (libZedLocalJsonUtil) in lib/, their headers, a
 # CMake package config and a pkg-config file. With -DBUILD_SHARED_LIBS=ON both are shared
 # libraries, which is the prefix -DORN_PLATFORM_CONNECTOR_ROOT takes.
@@ -34,6 +34,9 @@ else()
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   install(FILES ${ORN_COMPLETION} RENAME _orncli
           DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+  foreach(tool ${ORN_TOOLS})
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endforeach()
 endif()
 install(TARGETS ${ORN_TOOLS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 

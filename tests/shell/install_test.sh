@@ -11,7 +11,8 @@ stage=$work/stage
   { cat "$work/install.log"; exit 1; }
 for f in bin/orncli bin/ornsim "$libdir"/libornconnector.a "$libdir"/liborn_qipc.a \
   "$libdir"/pkgconfig/ornconnector.pc include/ornconnector/ORNClient.h \
-  share/bash-completion/completions/orncli share/zsh/site-functions/_orncli; do
+  share/bash-completion/completions/orncli share/zsh/site-functions/_orncli \
+  share/man/man1/orncli.1 share/man/man1/ornsim.1; do
   [ -f "$stage/$f" ] || fail "not installed: $f"
 done
 # A cross build runs what it built under the emulator (ORN_EMULATOR, empty on the host).
