@@ -373,6 +373,8 @@ TEST(Simulation, FaultsStandInForTheServiceWhereTheyApply) {
     const Simulation::Outcome out = sim.serve("c", 1, c.payload);
     EXPECT_EQ(out.answer, c.answer) << c.options[1] << " " << c.payload;
     EXPECT_EQ(out.delayMs, c.delayMs) << c.options[1];
+    // In these rows the service itself answers 200 at once.
+    EXPECT_EQ(out.fault, !c.answer || c.code != 200 || c.delayMs > 0) << c.options[1];
     if (c.answer) {
       EXPECT_EQ(out.code, c.code) << c.options[1] << "\n" << out.data;
       EXPECT_NE(out.data.find(c.data), std::string::npos) << c.options[1] << "\n" << out.data;
