@@ -7,7 +7,6 @@ set -uo pipefail
 src=$1 ORNCLI=$2 ORNSIM=$3
 . "$(dirname "$0")/common.sh"
 man=$src/docs/man
-run=${ORN_EMULATOR:-}
 
 for page in "$man"/orncli.1 "$man"/ornsim.1; do
   if command -v mandoc > /dev/null; then
@@ -25,7 +24,7 @@ has() {
   grep -qE -- "(^|[^A-Za-z0-9_-])$2([^A-Za-z0-9_-]|$)" <<< "$text"
 }
 
-usage=$($run "$ORNCLI" --help)
+usage=$("$ORNCLI" --help)
 # Subcommands are the two-space-indented words of SUBCOMMANDS, actions their lists and the
 # single actions written after them ("color set").
 words=$(sed -n '/^SUBCOMMANDS:/,/^CONNECTION/p' <<< "$usage" |
@@ -36,7 +35,7 @@ for w in $words $flags; do
 done
 [ "$(wc -w <<< "$words $flags")" -gt 30 ] || fail "too few words read from orncli --help"
 
-usage=$($run "$ORNSIM" --help)
+usage=$("$ORNSIM" --help)
 options=$(grep -oE -- '(^|[ ,])--?[a-z][a-z-]*' <<< "$usage" | tr -d ' ,' | sort -u)
 for o in $options; do
   has "$man/ornsim.1" "$o" || fail "ornsim.1 does not mention $o"
