@@ -23,6 +23,7 @@ struct HandlerResult {
 // from `client`, updating home and subscriptions. Bad requests get a 4xx code
 // and {"error":..,"message":..}. Paths under /sim/ are the simulator's own and
 // need `control`; without it they are unknown, as they are to the real service.
+// The endpoint faults of `control` answer for the batch entries of their device.
 HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std::string& client,
                             int requestType, const std::string& payload,
                             Control* control = nullptr);
