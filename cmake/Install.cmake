@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 # cmake --install: the tools in bin/, their man pages and the completions where bash-completion
-# and zsh look (not on Android, which has no bash), and our connector library laid out as the platform's is: the
-# connector library and the JSON helper library (libZedLocalJsonUtil) in lib/, their headers, a
-# CMake package config and a pkg-config file. With -DBUILD_SHARED_LIBS=ON both are shared
-# libraries, which is the prefix -DORN_PLATFORM_CONNECTOR_ROOT takes.
+# and zsh look (not on Android, which has no bash), and our connector library laid out as the
+# platform's is: the connector library and the JSON helper library (libZedLocalJsonUtil) in lib/,
+# their headers, a CMake package config and a pkg-config file. With -DBUILD_SHARED_LIBS=ON both
+# are shared libraries, which is the prefix -DORN_PLATFORM_CONNECTOR_ROOT takes.
 include(GNUInstallDirs)
 include(CheckCXXCompilerFlag)
 
