@@ -70,6 +70,37 @@ inline std::vector<Sent> sent(const orntest::Ornsim& sim) {
   return requests;
 }
 
+// Where actual first differs from expected, as the line number and both lines with their
+// control characters shown; "" when they are equal.
+inline std::string firstDifference(const std::string& expected, const std::string& actual) {
+  if (expected == actual)
+    return "";
+  size_t start = 0, line = 1;  // of the first line that differs
+  for (size_t i = 0; i < expected.size() && i < actual.size() && expected[i] == actual[i]; ++i)
+    if (expected[i] == '\n')
+      start = i + 1, ++line;
+  const auto lineAt = [start](const std::string& text) {
+    if (start >= text.size())
+      return std::string("(end of text)");
+    std::string shown = "\"";
+    for (size_t i = start; i < text.size() && text[i] != '\n'; ++i) {
+      const unsigned char c = text[i];
+      const char hex[] = {'\\', 'x', "0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
+      shown += c == '"' || c == '\\' ? std::string{'\\', char(c)}
+               : c < 0x20            ? std::string(hex, sizeof(hex))
+                                     : std::string(1, char(c));
+    }
+    return shown + (text.find('\n', start) == std::string::npos ? "\" (no newline)" : "\"");
+  };
+  return "line " + std::to_string(line) + "\n  expected: " + lineAt(expected) +
+         "\n  actual:   " + lineAt(actual) + "\n";
+}
+
+// The whole text of golden file `name` (tests/e2e/golden/); "" when it cannot be read.
+inline std::string golden(const std::string& name) {
+  return orntest::fileText(std::string(ORN_GOLDEN_DIR) + "/" + name);
+}
+
 constexpr const char kWarning[] = "Warning: Invalid characters in input, using default value\n";
 
 }  // namespace clitest
