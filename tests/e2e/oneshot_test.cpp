@@ -11,6 +11,7 @@
 
 #include "CliExpect.h"
 #include "OrnTestSupport.h"
+#include "WireExpect.h"
 
 namespace {
 
@@ -234,8 +235,6 @@ TEST(OneShot, SubscribeAndListen) {
       {"subscribe create --endpoint e1 --events nocolon,,", "", 1, "", "invalid_argument: Invalid --events format. Use ns1:name1,ns2:name2"},
       {"--timeout 0 subscribe list", nullptr, 2, "", "request_failed: Failed to send subscribe list request", "--no-response"},
       {"--timeout 0 subscribe delete --endpoint e --events a:b", nullptr, 2, "", "request_failed: Failed to send subscribe delete request", "--no-response"},
-      // Only state changes (21) are printed, raw; each event is taken before the next replaces it.
-      {"subscribe listen --create eid1:ns:n --timeout 3", R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})", 0, "{\"eventType\":21,\"payload\":{\"a\":1}}\n{\"eventType\":21,\"payload\":\"\"}\n", "{\"subscription_created\":\"eid1\",\"responseCode\":201}", R"(--respond 201:{} --emit 21:200:{"a":1} --emit 22:500:{"b":2} --emit 21:800: --emit 23:1100:{})"},
       // A zero or negative listening time ends after the confirmations; --sync because the
       // listening time is also the response timeout.
       {"--sync subscribe listen --create e1:ns:a:b --timeout 0", R"(S2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"e1"}},"eventTypes":[{"namespace":"ns","name":"a:b"}]}]})", 0, "", "{\"subscription_created\":\"e1\",\"responseCode\":200}"},
@@ -258,6 +257,54 @@ TEST(OneShot, SubscribeAndListen) {
   });
 }
 
+// clang-format on
+
+// Only state changes (21) are printed, raw; each event is taken before the next replaces it.
+// The test sends each event through ornsim once orncli has shown the one before.
+TEST(OneShot, ListenPrintsOnlyStateChanges) {
+  orntest::Ornsim sim(splitArgs("--respond 201:{}"));
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  const int fd = wiretest::rawConnect(sim.socketPath());
+  ASSERT_TRUE(fd >= 0 && wiretest::sendAll(fd, wiretest::frame(R"({"kind":"register",)"
+                                                               R"("clientName":"injector",)"
+                                                               R"("connectorType":1})")));
+  int n = 0;
+  // Sends event `type` to orncli through /sim/events; true once ornsim has answered, which it
+  // does after sending the event.
+  const auto inject = [&](int type, const std::string& payload) {
+    std::string body = R"({"qfi":{"path":"/sim/events","method":"POST","requestBody":{"client":)"
+                       R"("ORNCLI-cmd","eventType":)" +
+                       std::to_string(type) + payload + "}}}";
+    for (size_t at = 0; (at = body.find('"', at)) != std::string::npos; at += 2)
+      body.insert(at, 1, '\\');
+    const std::string id = "inject" + std::to_string(++n);
+    return wiretest::sendAll(fd, wiretest::ask(id, body)) && wiretest::answered(fd, id);
+  };
+  orntest::LiveProcess listener(orntest::orncliPath(),
+                                splitArgs("subscribe listen --create eid1:ns:n --timeout 3"),
+                                orntest::clientEnv(sim.socketPath()));
+  const std::string first = "{\"eventType\":21,\"payload\":{\"a\":1}}\n",
+                    second = "{\"eventType\":21,\"payload\":\"\"}\n";
+  ASSERT_TRUE(listener.waitForErr("subscription_created"));
+  ASSERT_TRUE(inject(21, R"(,"payload":{"a":1})"));
+  ASSERT_TRUE(listener.waitForOut(first));
+  ASSERT_TRUE(inject(22, R"(,"payload":{"b":2})") && inject(21, ""));
+  ASSERT_TRUE(listener.waitForOut(second));
+  ASSERT_TRUE(inject(23, R"(,"payload":{})"));
+  close(fd);
+  const orntest::RunResult r = listener.finish();
+  EXPECT_EQ(0, r.exitCode);
+  EXPECT_EQ(first + second, r.out);
+  EXPECT_EQ("{\"subscription_created\":\"eid1\",\"responseCode\":201}\n", r.err);
+  std::string sent;
+  for (const clitest::Sent& request : clitest::sent(sim))
+    sent += request.client == "ORNCLI-cmd" ? request.line : "";
+  EXPECT_EQ(
+      R"(A2 {"operation":"create","subscriptions":[{"entities":{"endpoint":{"type":"Endpoint","id":"eid1"}},"eventTypes":[{"namespace":"ns","name":"n"}]}]})",
+      sent);
+}
+
+// clang-format off
 TEST(OneShot, ListenEndsByBrokenPipeWhenItsReaderGoes) {
   // Several events, so that one is written after head has left.
   orntest::Ornsim sim(splitArgs("--respond 201:{} --emit 21:200:{} --emit 21:700:{} --emit 21:1200:{} --emit 21:1700:{}"));
