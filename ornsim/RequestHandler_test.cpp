@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Control.h"
+#include "RequestHandlerInternal.h"
 #include "Simulation.h"
 #include "StateFile.h"
 
@@ -203,6 +204,10 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
   Control control(list);
   EXPECT_EQ(handleRequest(home, list, "bob", 1, qfi("/sim/subscriptions", "GET"), &control).data,
             R"({"clients":[{"client":"alice","subscriptions":[)" + kKitchen + "]}]}");
+  // A namespace that brings a client's listing of one ep-desk subscription to exactly the cap,
+  // measured on the listing of a one-byte namespace (the answer less `{"subscriptions":` and `}`).
+  Subscriptions probe(2);
+  const std::string atCap(kMaxListingBytes + 1 - (handleRequest(home, probe, "p", 2, subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":"n"}])") + "]")).data.size() - 18), 'n');
   const struct {
     const char* client; std::string payload; int code;
     std::string data;  // "" for any
@@ -222,6 +227,10 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("delete", "[" + onEndpoint("ghost") + "]"), 200, R"({"deleted":0})"},
       {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"name":"x"}])") + "]"), 400, ""},
       {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + std::string(300000, 'n') + "\"}]") + "]"), 400, ""},
+      // A listing of exactly the cap is taken, one byte more is not.
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + atCap + "n\"}]") + "]"), 400, ""},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + atCap + "\"}]") + "]"), 200, ""},
+      {"alice", subOp("delete", "[" + onEndpoint("ep-desk") + "]"), 200, R"({"deleted":1})"},
       {"alice", subOp("get"), 200, R"({"subscriptions":[]})"},
       {"alice", subOp("unknown"), 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},
