@@ -331,9 +331,11 @@ int Conn::drain(bool* registered) {
     if (m.kind == ornwick::qipc::MessageKind::kResponse) {
       ++responses;
       lastCode_ = m.code;
-    } else if (m.kind == ornwick::qipc::MessageKind::kEvent && m.type == 21) {
+    } else if (m.kind == ornwick::qipc::MessageKind::kEvent &&
+               m.type == ornwick::qipc::kStateChangeEvent) {
       ++stateEvents_;
-    } else if (m.kind == ornwick::qipc::MessageKind::kEvent && m.type == 23 && registered)
+    } else if (m.kind == ornwick::qipc::MessageKind::kEvent &&
+               m.type == ornwick::qipc::kClientRegisteredEvent && registered)
       *registered = true;
   }
 }

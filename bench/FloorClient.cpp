@@ -15,7 +15,11 @@
 #include <cstring>
 #include <string>
 
+#include "QipcProtocol.h"
+
 namespace {
+
+using ornwick::qipc::kMaxFrameSize;
 
 using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
 
@@ -46,7 +50,7 @@ bool readMessage(int fd, const char* kind, int eventType, rapidjson::Document* d
       return false;
     const uint32_t n = (uint32_t{head[0]} << 24) | (uint32_t{head[1]} << 16) |
                        (uint32_t{head[2]} << 8) | uint32_t{head[3]};
-    if (n == 0 || n > (1u << 20))
+    if (n == 0 || n > kMaxFrameSize)
       return false;
     std::string body(n, '\0');
     if (!readFull(fd, body.data(), n))
@@ -87,7 +91,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   rapidjson::Document doc;
-  if (!readMessage(fd, "event", 20, &doc))
+  if (!readMessage(fd, "event", ornwick::qipc::kConnectionStatusEvent, &doc))
     return 2;
   rapidjson::StringBuffer out;
   Writer w(out);
@@ -99,7 +103,7 @@ int main(int argc, char** argv) {
   w.Key("connectorType");
   w.Int(1);
   w.EndObject();
-  if (!sendFrame(fd, out) || !readMessage(fd, "event", 23, &doc))
+  if (!sendFrame(fd, out) || !readMessage(fd, "event", ornwick::qipc::kClientRegisteredEvent, &doc))
     return 2;
 
   const std::string id = std::to_string(getpid()) + "-floor-1";

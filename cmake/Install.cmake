@@ -71,6 +71,9 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/connector/client/include/
                   ${PROJECT_SOURCE_DIR}/connector/api/envelope/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ornconnector COMPONENT connector
         FILES_MATCHING PATTERN "*.h")
+# ORNEvent.h takes the event numbers from the protocol header, so it goes along.
+install(FILES ${PROJECT_SOURCE_DIR}/connector/protocol/QipcProtocol.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ornconnector COMPONENT connector)
 install(FILES ${PROJECT_SOURCE_DIR}/jsonutil/Serialize.h ${PROJECT_SOURCE_DIR}/jsonutil/JsonTypes.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zedLocalJsonUtil COMPONENT connector)
 

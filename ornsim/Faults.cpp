@@ -6,20 +6,10 @@
 #include <climits>
 #include <cstdlib>
 
+#include "Decimal.h"
+
 namespace ornsim {
 namespace {
-
-bool parseLong(const std::string& text, long lo, long hi, long* out) {
-  if (text.empty())
-    return false;
-  errno = 0;
-  char* end = nullptr;
-  const long v = std::strtol(text.c_str(), &end, 10);
-  if (errno != 0 || *end != '\0' || v < lo || v > hi)
-    return false;
-  *out = v;
-  return true;
-}
 
 bool parseTarget(const std::string& text, long requestsSoFar, Fault* f) {
   const size_t colon = text.find(':');

@@ -7,18 +7,14 @@
 #include <climits>
 #include <cstdlib>
 
+#include "Decimal.h"
+
 namespace ornsim {
 namespace {
 
-// Whole decimal text only; ornsim is a test tool and should reject typos
-// loudly.
 bool parseInt(const std::string& text, int minValue, int* out) {
-  if (text.empty())
-    return false;
-  errno = 0;
-  char* end = nullptr;
-  long v = std::strtol(text.c_str(), &end, 10);
-  if (errno != 0 || *end != '\0' || v < minValue || v > INT_MAX)
+  long v = 0;
+  if (!parseLong(text, minValue, INT_MAX, &v))
     return false;
   *out = static_cast<int>(v);
   return true;

@@ -2,13 +2,19 @@
 // ornsim's command line.
 #pragma once
 
+#include <climits>
 #include <string>
 #include <vector>
 
 #include "Faults.h"
+#include "QipcProtocol.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
+
+// --frame-budget's default: room for 64 of the largest frames each way.
+constexpr long kDefaultFrameBudget = 64L * ornwick::qipc::kMaxFrameSize;
+static_assert(kDefaultFrameBudget <= INT_MAX, "the frame budget is an int option");
 
 struct EmitSpec {
   int eventType = 0;
@@ -30,8 +36,9 @@ struct Options {
   std::vector<EmitSpec> emits;
   // Limits that bound ornsim's memory; docs/ornsim.md says what happens at each.
   int maxConnections = 256;
-  int frameBudget = 64 << 20;  // bytes, for partly received and for unsent frames
-  int frameTimeoutMs = 10000;  // from a frame's first byte to its last
+  int frameBudget =
+      static_cast<int>(kDefaultFrameBudget);  // bytes, for partly received and for unsent frames
+  int frameTimeoutMs = 10000;                 // from a frame's first byte to its last
   int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
   int maxClients = kDefaultMaxClients;              // client names holding subscriptions
   std::vector<Fault> faults;  // --fault, in order: the first that applies wins

@@ -6,6 +6,7 @@
 #include "BoundedParse.h"
 #include "Directives.h"
 #include "JsonText.h"
+#include "QipcProtocol.h"
 #include "RequestHandlerInternal.h"
 
 namespace ornsim {
@@ -382,7 +383,9 @@ HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std:
   const rapidjson::ParseResult parsed =
       zedLocalUtil::jsonUtil::boundedParse(&doc, payload.data(), payload.size());
   Reply r{0, ""};
-  if (requestType != 1 && requestType != 2 && requestType != 3) {
+  if (requestType != ornwick::qipc::kPayloadRequest &&
+      requestType != ornwick::qipc::kSubscriptionRequest &&
+      requestType != ornwick::qipc::kStateRequest) {
     r = fail(400, "unknown_request_type", "no request type " + std::to_string(requestType));
   } else if (parsed.IsError()) {
     r = fail(400, "invalid_json",
@@ -390,7 +393,7 @@ HandlerResult handleRequest(Home& home, Subscriptions& subscriptions, const std:
                  std::to_string(parsed.Offset()));
   } else if (!doc.IsObject()) {
     r = fail(400, "invalid_json", "the payload must be a JSON object");
-  } else if (requestType == 2) {
+  } else if (requestType == ornwick::qipc::kSubscriptionRequest) {
     r = handleSubscription(home, subscriptions, client, doc);
   } else {
     return requestPayload(home, doc, control);

@@ -10,6 +10,7 @@
 #include "Control.h"
 #include "Home.h"
 #include "JsonText.h"
+#include "QipcProtocol.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
@@ -42,8 +43,12 @@ void writeSubscription(JsonWriter& w, const Subscription& s);
 bool readSubscription(const rapidjson::Value& v, Subscription* s, std::string* err);
 
 // A client's "get" answer stays below this, so that, escaped into a response,
-// it always fits in one frame.
-constexpr size_t kMaxListingBytes = 256u << 10;
+// it always fits in one frame: escaping JSON text into a string at most
+// doubles it (only its quotes and backslashes grow), and the response's other
+// members take a few hundred bytes.
+constexpr size_t kMaxListingBytes = ornwick::qipc::kMaxFrameSize / 4;
+static_assert(2 * kMaxListingBytes + 4096 <= ornwick::qipc::kMaxFrameSize,
+              "an escaped listing must fit in a frame");
 // Whether `client` may hold `given` on top of what it has, by count and by the
 // length of its listing; repeats of a held subscription take no room.
 bool roomFor(const Subscriptions& subs, const std::string& client,

@@ -7,6 +7,8 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "QipcProtocol.h"
+
 namespace ornsim {
 namespace {
 
@@ -135,7 +137,7 @@ RequestInfo describeRequest(int requestType, const std::string& payload) {
   info.entries = c.entries;
   info.groups = c.groups;
   info.groupBatch = c.groupBatch;
-  if (requestType == 2) {
+  if (requestType == ornwick::qipc::kSubscriptionRequest) {
     std::vector<std::string> targets = c.endpoints;
     targets.insert(targets.end(), c.groups.begin(), c.groups.end());
     info.what = "subscribe " + c.operation + (targets.empty() ? "" : " " + join(targets, ","));

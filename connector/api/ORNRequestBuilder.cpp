@@ -3,13 +3,11 @@
 // RequestPayload text.
 #include "ORNRequestBuilder.h"
 
+#include "QipcProtocol.h"
+
 namespace ornwick {
 namespace ornConnector {
 namespace api {
-
-namespace {
-constexpr int32_t kRawPayloadType = 2;
-}  // namespace
 
 ORNRequestBuilder::ORNRequestBuilder() : payload(std::make_shared<RequestPayload>()) {}
 
@@ -28,7 +26,7 @@ std::shared_ptr<ORNRequest> ORNRequestBuilder::build() const {
   auto request = std::make_shared<ORNRequest>();
   request->requestId = requestId;
   request->requestType = requestType;
-  if (requestType == kRawPayloadType) {
+  if (requestType == qipc::kSubscriptionRequest) {
     request->payload = rawPayload;
   } else if (payload) {
     request->payload = payload->toJsonString();

@@ -7,13 +7,10 @@
 #include <cstdint>
 #include <string>
 
+#include "QipcProtocol.h"
+
 namespace ornwick {
 namespace qipc {
-
-// Frames above this are a protocol error; both ends refuse to send or accept
-// them.
-constexpr uint32_t kMaxFrameSize = 1u << 20;
-constexpr size_t kFrameHeaderSize = 4;
 
 // Returns the frame for `body`; false (and *out untouched) when body exceeds
 // kMaxFrameSize.

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -44,6 +47,18 @@ TEST(Frame, EncodeRejectsOnlyBodiesOverTheLimit) {
   EXPECT_EQ(out.substr(0, 4), header(kMaxFrameSize));
   ASSERT_TRUE(encodeFrame("{}", &out));
   EXPECT_EQ(out, header(2) + "{}");
+}
+
+// The figure docs/qipc-protocol.md gives ("above 1 MiB (1048576)") is the limit both ends apply.
+TEST(Frame, DocsGiveTheLimit) {
+  std::ifstream in(ORN_SOURCE_DIR "/docs/qipc-protocol.md");
+  ASSERT_TRUE(in) << "docs/qipc-protocol.md";
+  std::stringstream text;
+  text << in.rdbuf();
+  std::smatch m;
+  const std::string doc = text.str();
+  ASSERT_TRUE(std::regex_search(doc, m, std::regex(R"(A length of 0, or above [^(]*\((\d+)\))")));
+  EXPECT_EQ(m[1].str(), std::to_string(kMaxFrameSize));
 }
 
 TEST(Frame, DecoderFindsFramesWhateverTheReadSizes) {

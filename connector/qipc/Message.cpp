@@ -2,85 +2,46 @@
 // QIPC messages: JSON encoding and strict decoding.
 #include "Message.h"
 
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include "BoundedParse.h"
+#include "JsonFields.h"
 
 namespace ornwick {
 namespace qipc {
 namespace {
 
-struct KindName {
-  MessageKind kind;
-  const char* name;
-};
-const KindName kKinds[] = {
-    {MessageKind::kEvent, "event"},
-    {MessageKind::kRegister, "register"},
-    {MessageKind::kRequest, "request"},
-    {MessageKind::kResponse, "response"},
-};
-
-bool getString(const rapidjson::Value& obj, const char* key, std::string* out) {
-  auto it = obj.FindMember(key);
-  if (it == obj.MemberEnd() || !it->value.IsString())
-    return false;
-  out->assign(it->value.GetString(), it->value.GetStringLength());
-  return true;
-}
-
-bool getInt(const rapidjson::Value& obj, const char* key, int* out) {
-  auto it = obj.FindMember(key);
-  if (it == obj.MemberEnd() || !it->value.IsInt())
-    return false;
-  *out = it->value.GetInt();
-  return true;
-}
-
-using Writer = rapidjson::Writer<rapidjson::StringBuffer>;
-
-void writeString(Writer& w, const char* key, const std::string& s) {
-  w.Key(key);
-  w.String(s.data(), static_cast<rapidjson::SizeType>(s.size()));
-}
-
-void writeInt(Writer& w, const char* key, int value) {
-  w.Key(key);
-  w.Int(value);
-}
+using zedLocalUtil::jsonUtil::getInt;
+using zedLocalUtil::jsonUtil::getString;
+using zedLocalUtil::jsonUtil::JsonWriter;
+using zedLocalUtil::jsonUtil::writeMember;
 
 }  // namespace
 
 std::string encodeMessage(const Message& m) {
   rapidjson::StringBuffer buf;
-  Writer w(buf);
+  JsonWriter w(buf);
   w.StartObject();
   w.Key("kind");
-  for (const auto& k : kKinds)
-    if (k.kind == m.kind)
-      w.String(k.name);
+  w.String(messageKindName(m.kind));
   switch (m.kind) {
     case MessageKind::kEvent:
-      writeInt(w, "eventType", m.type);
-      writeString(w, "payload", m.text);
+      writeMember(w, "eventType", m.type);
+      writeMember(w, "payload", m.text);
       break;
     case MessageKind::kRegister:
-      writeString(w, "clientName", m.text);
-      writeInt(w, "connectorType", m.type);
+      writeMember(w, "clientName", m.text);
+      writeMember(w, "connectorType", m.type);
       break;
     case MessageKind::kRequest:
-      writeString(w, "requestId", m.id);
-      writeInt(w, "requestType", m.type);
+      writeMember(w, "requestId", m.id);
+      writeMember(w, "requestType", m.type);
       w.Key("sync");
       w.Bool(m.sync);
-      writeString(w, "payload", m.text);
+      writeMember(w, "payload", m.text);
       break;
     case MessageKind::kResponse:
-      writeString(w, "requestId", m.id);
-      writeInt(w, "responseCode", m.code);
-      writeString(w, "responseData", m.text);
+      writeMember(w, "requestId", m.id);
+      writeMember(w, "responseCode", m.code);
+      writeMember(w, "responseData", m.text);
       break;
   }
   w.EndObject();
@@ -107,7 +68,7 @@ bool decodeMessage(const std::string& text, Message* m, std::string* err) {
     return false;
   }
   bool known = false;
-  for (const auto& k : kKinds)
+  for (const auto& k : kMessageKinds)
     if (kind == k.name) {
       m->kind = k.kind;
       known = true;

@@ -5,16 +5,10 @@
 
 #include <string>
 
+#include "QipcProtocol.h"
+
 namespace ornwick {
 namespace qipc {
-
-enum class MessageKind {
-  kEvent,     // service -> client: type = event type, text = payload
-  kRegister,  // client -> service: type = connector type, text = client name
-  kRequest,   // client -> service: id, type = request type, text = payload, sync
-  kResponse,  // service -> client: id, code = response code, text = response
-              // data
-};
 
 struct Message {
   MessageKind kind = MessageKind::kEvent;

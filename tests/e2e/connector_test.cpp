@@ -301,7 +301,10 @@ TEST(Connector, RequestsBeforeTheFirstRegistrationWaitForIt) {
 
 TEST(Connector, ClientDropsABadServiceAndReconnects) {
   static const std::string kBadBytes[] = {
-      std::string("\x00\x10\x00\x01", 4),  // over the frame limit
+      [] {  // a length over the frame limit
+        const uint32_t n = htonl(ornwick::qipc::kMaxFrameSize + 1);
+        return std::string(reinterpret_cast<const char*>(&n), sizeof(n));
+      }(),
       frame(R"({"kind":"event","payload":""})"),
       frame(R"({"kind":"request","requestId":"1","requestType":1,"payload":""})"),
       frame("{\"x\":" + std::string(400000, '[')),  // nested too deep

@@ -44,7 +44,7 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
       {{}, "", frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})"),
        true, "unexpected message from client"},
       {{}, "", frame(std::string(400000, '[')), true, "deeper than 256 levels. at offset 257"},
-      {{}, "", ask(std::string((1u << 20) - 100, 'i')), true, "fits in a frame; closing"},
+      {{}, "", ask(std::string(ornwick::qipc::kMaxFrameSize - 100, 'i')), true, "fits in a frame; closing"},
       {{}, "", flood, true, "is not reading; cutting it off"},
       {{"--max-connections", "1"}, "", "", false, "refusing a client: at the connection limit (1)"},
       {{"--frame-budget", "15000"}, part, part, true, "would pass the frame budget"},

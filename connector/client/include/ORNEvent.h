@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "QipcProtocol.h"
+
 namespace ornwick {
 namespace ornConnector {
 namespace api {
@@ -11,10 +13,10 @@ namespace api {
 // Event types of the service; the numbers are fixed by the QIPC protocol
 // (docs/qipc-protocol.md).
 enum ORNEventType : int {
-  kServerConnectionStatus = 20,
-  kStateChange = 21,
-  kServerDisconnected = 22,
-  kClientRegistered = 23,
+  kServerConnectionStatus = qipc::kConnectionStatusEvent,
+  kStateChange = qipc::kStateChangeEvent,
+  kServerDisconnected = qipc::kDisconnectedEvent,
+  kClientRegistered = qipc::kClientRegisteredEvent,
 };
 
 struct ORNEvent {

@@ -50,8 +50,8 @@ constexpr std::chrono::seconds kLastingConnection{2};
 constexpr size_t kMaxReadPerWake = 64u << 10;
 constexpr char kLogTag[] = "ORNConnector";
 // Requests queued but not yet written; beyond this the service is not reading
-// and we refuse.
-constexpr size_t kMaxOutbox = 16u << 20;
+// and we refuse. Sixteen of the largest frames (docs/qipc-protocol.md gives the figure).
+constexpr size_t kMaxOutbox = 16 * size_t{qipc::kMaxFrameSize};
 
 // The client whose I/O thread this is, so a callback's own sync request can be
 // refused.
@@ -93,20 +93,6 @@ bool reportsConnected(const std::string& payload) {
   auto status = doc.FindMember("status");
   return status != doc.MemberEnd() && status->value.IsString() &&
          std::string(status->value.GetString(), status->value.GetStringLength()) == "CONNECTED";
-}
-
-const char* kindName(MessageKind kind) {
-  switch (kind) {
-    case MessageKind::kEvent:
-      return "event";
-    case MessageKind::kRegister:
-      return "register";
-    case MessageKind::kRequest:
-      return "request";
-    case MessageKind::kResponse:
-      return "response";
-  }
-  return "?";
 }
 
 }  // namespace
@@ -501,7 +487,7 @@ bool ORNClient::Impl::dispatch(const std::string& body, std::string* err) {
   if (m.kind == MessageKind::kResponse)
     trace("recv response %d (%zu bytes)", m.code, body.size());
   else
-    trace("recv %s %d (%zu bytes)", kindName(m.kind), m.type, body.size());
+    trace("recv %s %d (%zu bytes)", qipc::messageKindName(m.kind), m.type, body.size());
   switch (m.kind) {
     case MessageKind::kEvent:
       if (m.type == api::kClientRegistered) {
@@ -551,7 +537,7 @@ bool ORNClient::Impl::dispatch(const std::string& body, std::string* err) {
     case MessageKind::kRequest:
       break;
   }
-  *err = std::string("the service sent a ") + kindName(m.kind) + " message";
+  *err = std::string("the service sent a ") + qipc::messageKindName(m.kind) + " message";
   return false;  // the service never sends client messages
 }
 
@@ -569,13 +555,15 @@ void ORNClient::Impl::deliverEvent(int type, const std::string& payload) {
 bool ORNClient::Impl::frameLocked(const Message& m, std::string* frame) {
   const std::string body = qipc::encodeMessage(m);
   if (!qipc::encodeFrame(body, frame)) {
-    trace("not sent: %s %s of %zu bytes exceeds the frame limit of %u bytes", kindName(m.kind),
-          m.id.c_str(), body.size(), static_cast<unsigned>(qipc::kMaxFrameSize));
+    trace("not sent: %s %s of %zu bytes exceeds the frame limit of %u bytes",
+          qipc::messageKindName(m.kind), m.id.c_str(), body.size(),
+          static_cast<unsigned>(qipc::kMaxFrameSize));
     return false;
   }
   const size_t queued = outbox_.size() + heldBytes_;
   if (queued + frame->size() > kMaxOutbox) {
-    trace("not sent: %s %s, %zu bytes already queued", kindName(m.kind), m.id.c_str(), queued);
+    trace("not sent: %s %s, %zu bytes already queued", qipc::messageKindName(m.kind), m.id.c_str(),
+          queued);
     return false;
   }
   return true;
@@ -599,7 +587,7 @@ bool ORNClient::Impl::enqueueLocked(const Message& m) {
   std::string frame;
   if (!frameLocked(m, &frame))
     return false;
-  queueLocked(frame, kindName(m.kind));
+  queueLocked(frame, qipc::messageKindName(m.kind));
   return true;
 }
 

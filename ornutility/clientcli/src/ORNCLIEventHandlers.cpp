@@ -14,8 +14,6 @@ namespace ornUtility {
 
 namespace {
 
-constexpr int kClientRegisteredEvent = 23;
-
 std::chrono::steady_clock::time_point deadlineAfter(int timeoutSeconds) {
   return std::chrono::steady_clock::now() +
          std::chrono::nanoseconds(static_cast<int64_t>(timeoutSeconds) * 1000000000LL);

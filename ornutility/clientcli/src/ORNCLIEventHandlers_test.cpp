@@ -9,8 +9,18 @@
 #include <cstdlib>
 #include <thread>
 
+#include "ORNCLIInternal.h"
+#include "QipcProtocol.h"
+
 namespace ornwick::ornUtility {
 namespace {
+
+// The tool keeps its own copy of the protocol numbers it needs; they must be the protocol's.
+static_assert(kPayloadRequestType == qipc::kPayloadRequest);
+static_assert(kSubscriptionRequestType == qipc::kSubscriptionRequest);
+static_assert(kStateRequestType == qipc::kStateRequest);
+static_assert(kStateChangeEvent == qipc::kStateChangeEvent);
+static_assert(kClientRegisteredEvent == qipc::kClientRegisteredEvent);
 
 std::shared_ptr<ORNResponse> response(const std::string& id) {
   return std::make_shared<ORNResponse>(ORNResponse{id, 0, ""});

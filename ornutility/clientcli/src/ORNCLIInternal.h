@@ -51,11 +51,18 @@ void writeLine(const std::string& text);
 // subcommand sends it (ORNCLI_deviceCache.cpp).
 std::string reachableDevicesPayload();
 
+// The protocol numbers the tool's own code needs. Written here rather than
+// taken from the connector's protocol header: the tool builds against the
+// platform's library too, which does not ship that header (a test checks they
+// agree with it).
 // Request types of the envelope: RequestPayload text, raw subscription text,
 // state.
 constexpr int32_t kPayloadRequestType = 1;
 constexpr int32_t kSubscriptionRequestType = 2;
 constexpr int32_t kStateRequestType = 3;
+// Event types the tool waits for or prints.
+constexpr int kStateChangeEvent = 21;
+constexpr int kClientRegisteredEvent = 23;
 
 // A builder with a fresh request id from client (none without a client) and the
 // type.

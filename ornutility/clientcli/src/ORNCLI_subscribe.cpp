@@ -28,8 +28,6 @@ constexpr const char kSubscribeUsage[] =
     "    --create <eid:ns:name>      Create subscription and listen (repeatable)\n"
     "    --timeout <seconds>         Listen timeout (required)";
 
-constexpr int kStateChangeEvent = 21;
-
 struct CreateTarget {
   std::string entityId;
   std::string nameSpace;
