@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Server: ornsim's listening socket and client sessions, on one Asio event
-// loop.
+// loop; what each client message means (registration, requests, events).
 #pragma once
 
 #include <sys/stat.h>
@@ -15,16 +15,18 @@
 #include <set>
 #include <string>
 
+#include "ByteBudget.h"
 #include "Home.h"
 #include "Message.h"
 #include "Observer.h"
 #include "Options.h"
+#include "Session.h"
 #include "Simulation.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
 
-class Server {
+class Server final : private Session::Owner {
  public:
   Server(asio::io_context& io, const Options& options, Home home);
   ~Server();
@@ -53,24 +55,27 @@ class Server {
   std::vector<std::string> clients() const;
 
  private:
-  class Session;
-  friend class Session;
+  // Session::Owner
+  bool handle(Session& session, ornwick::qipc::Message& m) override;
+  void closed(Session& session) override;
+  void registered(Session& session, const ornwick::qipc::Message& m);
+  void request(Session& session, const ornwick::qipc::Message& m);
 
   bool lock(const std::string& path, std::string* err);
   void accept();
   // After a failed accept: a log line (at most one a minute), then a retry after
   // a growing pause or as soon as a connection closes.
   void retryAcceptLater(const asio::error_code& ec);
-  void connectionClosed();
   // Tells the observer that the connected clients changed.
   void clientsChanged();
   void record(const std::string& line);
   // Sends a state-change event to every session whose client subscribed to it;
-  // returns how many got it.
+  // returns how many queued it.
   int publish(const StateChange& change);
   // Sends an event to the registered sessions of `client` (all when empty).
   int sendEvent(const std::string& client, int type, const std::string& payload);
-  // Sends m to the registered sessions whose client is wanted; returns how many.
+  // Sends m to the registered sessions whose client is wanted; returns how many
+  // queued it (a client cut off for it does not count).
   int sendToClients(const ornwick::qipc::Message& m,
                     const std::function<bool(const std::string& client)>& wanted);
 
@@ -93,9 +98,9 @@ class Server {
   int lockFd_ = -1;
   FILE* record_ = nullptr;
   bool recordFailing_ = false;  // said once until a write succeeds again
+  ByteBudget partialFrames_;    // frames partly received, all sessions
+  ByteBudget unsentFrames_;     // frames queued but not yet written, all sessions
   std::set<std::shared_ptr<Session>> sessions_;
-  size_t partialBytes_ = 0;  // partly received frames, all sessions
-  size_t queuedBytes_ = 0;   // frames not yet written, all sessions
 };
 
 }  // namespace ornsim
