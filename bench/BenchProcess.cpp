@@ -163,8 +163,11 @@ Child::~Child() {
       // Its stdout closes when it exits; drain it meanwhile so it never blocks.
       if (poll(&p, 1, msLeft(deadline)) > 0) {
         char buf[4096];
-        if (read(out_, buf, sizeof(buf)) <= 0)
-          p.fd = -1;
+        if (read(out_, buf, sizeof(buf)) <= 0) {
+          // Its stdout closed as it exits: wait for that, rather than out the deadline.
+          waitpid(pid_, &status, 0);
+          break;
+        }
       }
     }
   }

@@ -63,7 +63,7 @@ class Child {
   size_t linesSeen_ = 0;
 };
 
-// ornsim on a socket in its own temporary folder.
+// ornsim on a socket in its own temporary folder, with `extraArgs` besides --socket.
 class Sim {
  public:
   // `extraArgs` follow --socket; with --http the live view's URL is read too.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // ornbench: the end-to-end figures behind bench/run. orncli against the floor client in
 // alternating pairs, ornsim under 1, 16 and 64 connections, subscribe listen's delay
-// from a state change to its printed line, and ornsim at scale (ScaleBench). Each part
-// starts its own ornsim.
+// from a state change to its printed line, ornsim at scale (ScaleBench) and ornsim's limits
+// (Limits.cpp). Each part starts its own ornsim.
 #include <poll.h>
 
 #include <cstdio>
@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "BenchProcess.h"
+#include "Limits.h"
 #include "ScaleBench.h"
 #ifdef ORN_LIVE_VIEW
 #include "LiveViewer.h"
@@ -331,7 +332,7 @@ int main(int argc, char** argv) {
     fputs(
         "usage: ornbench --ornsim PATH --orncli PATH --floor PATH [--runs N] [--seconds S]\n"
         "                [--events N] [--devices N] [--names N]\n"
-        "                [--only pairs|load|listen|group|names]\n",
+        "                [--only pairs|load|listen|group|names|limits]\n",
         stderr);
     return 1;
   }
@@ -347,5 +348,7 @@ int main(int argc, char** argv) {
     ok = ornbench::runGroupDirective(o.ornsim, o.devices) && ok;
   if (o.only.empty() || o.only == "names")
     ok = ornbench::runClientNames(o.ornsim, o.names) && ok;
+  if (o.only.empty() || o.only == "limits")
+    ok = ornbench::runLimits(o.ornsim) && ok;
   return ok ? 0 : 2;
 }

@@ -101,6 +101,7 @@ bool parseOptions(int argc, const char* const* argv, Options* o, std::string* er
         {"--max-connections", 1, &Options::maxConnections},
         {"--frame-budget", 1, &Options::frameBudget},
         {"--frame-timeout-ms", 1, &Options::frameTimeoutMs},
+        {"--register-timeout-ms", 1, &Options::registerTimeoutMs},
         {"--max-subscriptions", 1, &Options::maxSubscriptions},
         {"--max-clients", 1, &Options::maxClients},
     };
@@ -185,12 +186,18 @@ Simulates the device-control service on a QIPC Unix-domain socket.
                             request since the start). ACTION: respond:CODE:DATA (the home
                             is not touched), delay:MS, silence
   --state FILE              keep device state and subscriptions in FILE across restarts
-  --max-connections N       close at once any connection beyond N open ones (default 256)
+  --max-connections N       at most N open connections (default 256); at the limit the oldest
+                            connection that is unregistered, in the middle of a frame or not
+                            reading its answers is closed to make room, and only when there
+                            is none is the new one closed at once
   --frame-budget BYTES      across all connections, hold at most BYTES of partly received
-                            frames and BYTES of unsent ones; the connection that would pass
-                            either is closed (default 67108864, 64 MiB)
+                            frames and BYTES of unsent ones, delayed answers included; the
+                            connection that would pass either is closed (default 67108864,
+                            64 MiB)
   --frame-timeout-ms N      close a connection whose frame has not fully arrived N ms after
                             its first byte (default 10000)
+  --register-timeout-ms N   close a connection that has not registered N ms after it was
+                            accepted (default 10000)
   --max-subscriptions N     subscriptions per client name (default 256); beyond that, or
                             past 256 KiB of listing, a create fails with 400
   --max-clients N           client names holding subscriptions at once (default 1024); a

@@ -36,9 +36,10 @@ struct Options {
   std::vector<EmitSpec> emits;
   // Limits that bound ornsim's memory; docs/ornsim.md says what happens at each.
   int maxConnections = 256;
-  int frameBudget =
-      static_cast<int>(kDefaultFrameBudget);  // bytes, for partly received and for unsent frames
-  int frameTimeoutMs = 10000;                 // from a frame's first byte to its last
+  // Bytes, for partly received and, separately, for unsent frames.
+  int frameBudget = static_cast<int>(kDefaultFrameBudget);
+  int frameTimeoutMs = 10000;     // from a frame's first byte to its last
+  int registerTimeoutMs = 10000;  // from accepting a connection to its registration
   int maxSubscriptions = kDefaultMaxSubscriptions;  // per client name
   int maxClients = kDefaultMaxClients;              // client names holding subscriptions
   std::vector<Fault> faults;  // --fault, in order: the first that applies wins

@@ -25,15 +25,16 @@ TEST(Options, ParsesFaultInjection) {
                      "--register-delay-ms", "2147483647", "--no-response", "--response-delay-ms", "7",
                      "--respond", "-1:", "--emit", "21:100:{\"x\":\"1:2\"}", "--emit", "99:0:",
                      "--fault", "path:v2/x/*,respond:503:a,b:c", "--fault", "next:2,delay:0", "--fault", "endpoint:e,delay:2147483647",
-                     "--state", "st", "-v", "-h", "--version", "--http", "[::1]:8080"},
+                     "--state", "st", "--register-timeout-ms", "5", "-v", "-h", "--version", "--http", "[::1]:8080"},
                     &o, &err))
       << err;
   // clang-format on
   EXPECT_EQ(o.socketPath + " " + o.homeFile + " " + o.recordFile + " " + o.stateFile,
             "/s h.json r st");
   EXPECT_TRUE(o.noRegister && o.noResponse && o.respond && o.verbose && o.help && o.version);
-  EXPECT_EQ(std::vector<int>({o.registerDelayMs, o.responseDelayMs, o.respondCode}),
-            std::vector<int>({INT_MAX, 7, -1}));
+  EXPECT_EQ(
+      std::vector<int>({o.registerDelayMs, o.responseDelayMs, o.respondCode, o.registerTimeoutMs}),
+      std::vector<int>({INT_MAX, 7, -1, 5}));
   EXPECT_EQ(o.respondData, "");
   EXPECT_EQ(o.httpAddress + " " + std::to_string(o.httpPort), "::1 8080");
   std::string emits, faults;
@@ -72,6 +73,7 @@ TEST(Options, RejectsBadCommandLines) {
       {"--frame-budget", "64M"}, {"--frame-timeout-ms", "0"}, {"--max-subscriptions", "-1"},
       {"--max-clients", "0"},
       {"--http"}, {"--http", "65536"}, {"--http", ":80"}, {"--http", "localhost:"}, {"--http", "a:-1"},
+      {"--register-timeout-ms", "0"},
   };
   // clang-format on
   for (const auto& args : kCases) {

@@ -25,10 +25,13 @@ inline Reply fail(int code, const std::string& error, const std::string& message
   return {code, errorJson(error, message)};
 }
 
-// An answer's JSON text, escaped into a response message, fits in a frame (1 MiB)
+// An answer's JSON text, escaped into a response message, fits in a frame
 // when it stays below this: the rest is room for the message around it and a
 // request id of up to 64 KiB less a little.
-constexpr size_t kMaxAnswerBytes = (1u << 20) - (64u << 10);
+constexpr size_t kAnswerRoom = 64u << 10;
+static_assert(ornwick::qipc::kMaxFrameSize > 2 * kAnswerRoom,
+              "a frame must hold more than its room");
+constexpr size_t kMaxAnswerBytes = ornwick::qipc::kMaxFrameSize - kAnswerRoom;
 // The length of `json` once escaped as a JSON string.
 size_t escapedSize(const std::string& json);
 

@@ -216,7 +216,7 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"bob", subOp("create", R"([{"entities":{"endpointGroup":{"id":"group-downstairs"}}}])"), 200, R"({"subscriptions":[{"subscriptionId":"sub-2","entities":{"endpointGroup":{"id":"group-downstairs"}},"eventTypes":[]}]})"},
       // A repeat gets the existing id; one over the cap of 2 creates nothing.
       {"alice", subOp("create", "[" + onEndpoint("ep-kitchen", kPower) + "]"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
-      {"alice", subOp("create", "[" + onEndpoint("ep-desk") + "," + onEndpoint("ep-living") + "]"), 400, R"({"error":"too_many_subscriptions","message":"a client holds at most 2 subscriptions, listed in at most 262144 bytes"})"},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk") + "," + onEndpoint("ep-living") + "]"), 400, R"({"error":"too_many_subscriptions","message":"a client holds at most 2 subscriptions, listed in at most )" + std::to_string(kMaxListingBytes) + R"( bytes"})"},
       {"alice", subOp("get"), 200, R"({"subscriptions":[)" + kKitchen + "]}"},
       {"bob", subOp("delete", "[" + onEndpoint("ep-kitchen") + "]"), 200, R"({"deleted":0})"},
       {"alice", subOp("delete", "[" + onEndpoint("ep-kitchen") + "]"), 200, R"({"deleted":1})"},
@@ -226,7 +226,7 @@ TEST(RequestHandler, SubscriptionsBelongToTheirClient) {
       {"alice", subOp("create", R"([{"entities":{"endpointGroup":{"id":"nope"}}}])"), 404, ""},
       {"alice", subOp("delete", "[" + onEndpoint("ghost") + "]"), 200, R"({"deleted":0})"},
       {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"name":"x"}])") + "]"), 400, ""},
-      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + std::string(300000, 'n') + "\"}]") + "]"), 400, ""},
+      {"alice", subOp("create", "[" + onEndpoint("ep-desk", R"([{"namespace":")" + std::string(kMaxListingBytes + 1, 'n') + "\"}]") + "]"), 400, ""},
       {"alice", subOp("get"), 200, R"({"subscriptions":[]})"},
       {"alice", subOp("unknown"), 400, ""},
       {"alice", R"({"subscriptions":[]})", 400, ""},

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Diagnostics.h"
 #include "JsonText.h"
 #include "RequestHandler.h"
 
@@ -97,7 +98,9 @@ Server::Server(asio::io_context& io, const Options& options, Home home)
       acceptRetry_(io),
       acceptPause_(kFirstAcceptPause),
       partialFrames_(static_cast<size_t>(options.frameBudget)),
-      unsentFrames_(static_cast<size_t>(options.frameBudget)) {}
+      unsentFrames_(static_cast<size_t>(options.frameBudget)),
+      sessionOwner_{[this](Session& s, Message& m) { return handle(s, m); },
+                    [this](Session& s) { closed(s); }} {}
 
 Server::~Server() {
   try {
@@ -204,28 +207,43 @@ void Server::shutdown() {
 }
 
 void Server::accept() {
-  acceptor_.async_accept(
-      [this](const asio::error_code& ec, asio::local::stream_protocol::socket socket) {
-        if (ec == asio::error::operation_aborted)
-          return;
-        if (ec) {
-          retryAcceptLater(ec);
-          return;
-        }
-        acceptPause_ = kFirstAcceptPause;
-        if (sessions_.size() >= static_cast<size_t>(options_.maxConnections)) {
-          // `socket` closes as it goes out of scope.
-          fprintf(stderr, "ornsim: refusing a client: at the connection limit (%d)\n",
-                  options_.maxConnections);
-        } else {
-          const Session::Limits limits{partialFrames_, unsentFrames_, options_.frameTimeoutMs};
-          Session::Owner& owner = *this;
-          auto session = std::make_shared<Session>(io_, owner, limits, std::move(socket));
-          sessions_.insert(session);
-          session->start();
-        }
-        accept();
-      });
+  acceptor_.async_accept([this](const asio::error_code& ec,
+                                asio::local::stream_protocol::socket socket) {
+    if (ec == asio::error::operation_aborted)
+      return;
+    if (ec) {
+      retryAcceptLater(ec);
+      return;
+    }
+    acceptPause_ = kFirstAcceptPause;
+    if (sessions_.size() < static_cast<size_t>(options_.maxConnections) || makeRoom()) {
+      const Session::Limits limits{partialFrames_, unsentFrames_, options_.frameTimeoutMs,
+                                   options_.registerTimeoutMs};
+      auto session =
+          std::make_shared<Session>(io_, sessionOwner_, limits, ++accepted_, std::move(socket));
+      sessions_.insert(session);
+      session->start();
+    } else {
+      // `socket` closes as it goes out of scope.
+      diag("ornsim: refusing a client: at the connection limit (%d)\n", options_.maxConnections);
+    }
+    accept();
+  });
+}
+
+bool Server::makeRoom() {
+  std::shared_ptr<Session> oldest;
+  for (const auto& s : sessions_)
+    if (s->stalled() && (!oldest || s->order() < oldest->order()))
+      oldest = s;
+  if (!oldest)
+    return false;
+  diag(
+      "ornsim: at the connection limit (%d); closing the oldest connection that is unregistered "
+      "or stalled (client %s) to make room\n",
+      options_.maxConnections, oldest->name().c_str());
+  oldest->close();
+  return true;
 }
 
 void Server::retryAcceptLater(const asio::error_code& ec) {
@@ -233,8 +251,8 @@ void Server::retryAcceptLater(const asio::error_code& ec) {
   // every retry would flood the log.
   const auto now = Clock::now();
   if (!acceptLogged_ || now - *acceptLogged_ >= kAcceptLogEvery) {
-    fprintf(stderr, "ornsim: accept: %s; retrying when a connection closes or after a pause\n",
-            ec.message().c_str());
+    diag("ornsim: accept: %s; retrying when a connection closes or after a pause\n",
+         ec.message().c_str());
     acceptLogged_ = now;
   }
   acceptWaiting_ = true;
@@ -297,8 +315,8 @@ void Server::record(const std::string& line) {
   const bool ok =
       fputs(line.c_str(), record_) >= 0 && fputc('\n', record_) != EOF && fflush(record_) == 0;
   if (!ok && !recordFailing_)
-    fprintf(stderr, "ornsim: cannot write to %s: %s; lines are lost until it can\n",
-            options_.recordFile.c_str(), strerror(errno));
+    diag("ornsim: cannot write to %s: %s; lines are lost until it can\n",
+         options_.recordFile.c_str(), strerror(errno));
   if (!ok)
     clearerr(record_);
   recordFailing_ = !ok;

@@ -26,7 +26,7 @@
 
 namespace ornsim {
 
-class Server final : private Session::Owner {
+class Server {
  public:
   Server(asio::io_context& io, const Options& options, Home home);
   ~Server();
@@ -56,13 +56,16 @@ class Server final : private Session::Owner {
 
  private:
   // Session::Owner
-  bool handle(Session& session, ornwick::qipc::Message& m) override;
-  void closed(Session& session) override;
+  bool handle(Session& session, ornwick::qipc::Message& m);
+  void closed(Session& session);
   void registered(Session& session, const ornwick::qipc::Message& m);
   void request(Session& session, const ornwick::qipc::Message& m);
 
   bool lock(const std::string& path, std::string* err);
   void accept();
+  // At the connection limit: closes the oldest stalled session (unregistered,
+  // mid-frame or not reading); false when every session is serving well.
+  bool makeRoom();
   // After a failed accept: a log line (at most one a minute), then a retry after
   // a growing pause or as soon as a connection closes.
   void retryAcceptLater(const asio::error_code& ec);
@@ -100,7 +103,9 @@ class Server final : private Session::Owner {
   bool recordFailing_ = false;  // said once until a write succeeds again
   ByteBudget partialFrames_;    // frames partly received, all sessions
   ByteBudget unsentFrames_;     // frames queued but not yet written, all sessions
+  const Session::Owner sessionOwner_;
   std::set<std::shared_ptr<Session>> sessions_;
+  uint64_t accepted_ = 0;  // connections accepted so far, each session's order
 };
 
 }  // namespace ornsim

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "Diagnostics.h"
 #include "JsonText.h"
 #include "Socket.h"
 
@@ -33,54 +34,75 @@ Message eventMessage(int type, const std::string& payload) {
   return m;
 }
 
-Session::Session(asio::io_context& io, Owner& owner, const Limits& limits,
+Session::Session(asio::io_context& io, const Owner& owner, const Limits& limits, uint64_t order,
                  asio::local::stream_protocol::socket socket)
     : io_(io),
       owner_(owner),
       frameTimeoutMs_(limits.frameTimeoutMs),
+      registerTimeoutMs_(limits.registerTimeoutMs),
+      order_(order),
       socket_(std::move(socket)),
       partialFrame_(limits.partialFrames),
       frameTimer_(io),
-      unsentFrames_(limits.unsentFrames, kMaxUnsentPerClient) {}
+      unsentFrames_(limits.unsentFrames, kMaxUnsentPerClient),
+      delayedFrames_(limits.unsentFrames),
+      registerTimer_(io) {}
 
 void Session::start() {
   std::string err;
   if (!ornwick::qipc::peerAllowed(socket_.native_handle(), &err)) {
-    fprintf(stderr, "ornsim: refusing client: %s\n", err.c_str());
+    diag("ornsim: refusing client: %s\n", err.c_str());
     close();
     return;
   }
   send(eventMessage(ornwick::qipc::kConnectionStatusEvent, "{\"status\":\"CONNECTED\"}"));
+  registerTimer_.expires_after(std::chrono::milliseconds(registerTimeoutMs_));
+  registerTimer_.async_wait([self = shared_from_this()](const asio::error_code& ec) {
+    if (ec || self->closed_ || self->registered_)
+      return;
+    diag("ornsim: a client did not register within %d ms; closing the connection\n",
+         self->registerTimeoutMs_);
+    self->close();
+  });
   read();
 }
 
+void Session::markRegistered(const std::string& name) {
+  name_ = name;
+  registered_ = true;
+  registerTimer_.cancel();
+}
+
 bool Session::send(const Message& m) {
-  if (closed_)
-    return false;
   std::string frame;
-  if (!encodeFrame(encodeMessage(m), &frame)) {
-    fprintf(stderr, "ornsim: a message to %s is over the frame limit\n", name_.c_str());
-    if (m.kind != MessageKind::kResponse)
-      return false;
-    // The waiting request still gets an answer, just not the oversized one.
-    Message tooLarge = m;
-    tooLarge.code = 500;
-    tooLarge.text = errorJson("response_too_large", "the answer exceeds the frame limit");
-    if (!encodeFrame(encodeMessage(tooLarge), &frame)) {
-      // The request id alone fills a frame: no answer can ever reach that request.
-      fprintf(stderr, "ornsim: no answer to client %s fits in a frame; closing the connection\n",
-              name_.c_str());
-      close();
-      return false;
-    }
-  }
+  return !closed_ && frameFor(m, &frame) && queue(std::move(frame));
+}
+
+bool Session::frameFor(const Message& m, std::string* frame) {
+  if (encodeFrame(encodeMessage(m), frame))
+    return true;
+  diag("ornsim: a message to %s is over the frame limit\n", name_.c_str());
+  if (m.kind != MessageKind::kResponse)
+    return false;
+  // The waiting request still gets an answer, just not the oversized one.
+  Message tooLarge = m;
+  tooLarge.code = 500;
+  tooLarge.text = errorJson("response_too_large", "the answer exceeds the frame limit");
+  if (encodeFrame(encodeMessage(tooLarge), frame))
+    return true;
+  // The request id alone fills a frame: no answer can ever reach that request.
+  diag("ornsim: no answer to client %s fits in a frame; closing the connection\n", name_.c_str());
+  close();
+  return false;
+}
+
+bool Session::queue(std::string frame) {
   const ByteClaim::Room room = unsentFrames_.grow(frame.size());
   if (room != ByteClaim::Room::kFits) {
-    fprintf(stderr,
-            room == ByteClaim::Room::kOverOwnLimit
-                ? "ornsim: client %s is not reading; cutting it off\n"
-                : "ornsim: unsent frames would pass the frame budget; cutting off client %s\n",
-            name_.c_str());
+    diag(room == ByteClaim::Room::kOverOwnLimit
+             ? "ornsim: client %s is not reading; cutting it off\n"
+             : "ornsim: unsent frames would pass the frame budget; cutting off client %s\n",
+         name_.c_str());
     close();
     return false;
   }
@@ -95,10 +117,26 @@ void Session::sendLater(int delayMs, const Message& m) {
     send(m);
     return;
   }
-  auto timer = std::make_shared<asio::steady_timer>(io_, std::chrono::milliseconds(delayMs));
-  timer->async_wait([self = shared_from_this(), timer, m](const asio::error_code& ec) {
-    if (!ec)
-      self->send(m);
+  std::string frame;
+  if (closed_ || !frameFor(m, &frame))
+    return;
+  if (delayedFrames_.grow(frame.size()) != ByteClaim::Room::kFits) {
+    diag("ornsim: delayed frames would pass the frame budget; cutting off client %s\n",
+         name_.c_str());
+    close();
+    return;
+  }
+  auto it = delayed_.emplace(delayed_.end(), io_);
+  it->frame = std::move(frame);
+  it->timer.expires_after(std::chrono::milliseconds(delayMs));
+  it->timer.async_wait([self = shared_from_this(), it](const asio::error_code& ec) {
+    // close() has dropped every delayed frame, `it` included.
+    if (ec || self->closed_)
+      return;
+    std::string due = std::move(it->frame);
+    self->delayedFrames_.shrink(due.size());
+    self->delayed_.erase(it);
+    self->queue(std::move(due));
   });
 }
 
@@ -109,9 +147,12 @@ void Session::close() {
   closed_ = true;
   partialFrame_.release();
   unsentFrames_.release();
+  delayedFrames_.release();
+  delayed_.clear();  // their waits complete as cancelled
   asio::error_code ignored;
   socket_.close(ignored);
   frameTimer_.cancel();
+  registerTimer_.cancel();
   owner_.closed(*this);
 }
 
@@ -141,8 +182,8 @@ bool Session::holdPartialFrame() {
 bool Session::claimPartialFrame() {
   if (partialFrame_.resize(decoder_.buffered()) == ByteClaim::Room::kFits)
     return true;
-  fprintf(stderr, "ornsim: partly received frames would pass the frame budget; closing client %s\n",
-          name_.c_str());
+  diag("ornsim: partly received frames would pass the frame budget; closing client %s\n",
+       name_.c_str());
   close();
   return false;
 }
@@ -157,8 +198,8 @@ void Session::timeFrame() {
     if (ec || self->closed_ || !self->timingFrame_ ||
         self->frameTimer_.expiry() > std::chrono::steady_clock::now())
       return;
-    fprintf(stderr, "ornsim: client %s stalled in the middle of a frame; closing the connection\n",
-            self->name_.c_str());
+    diag("ornsim: client %s stalled in the middle of a frame; closing the connection\n",
+         self->name_.c_str());
     self->close();
   });
 }
@@ -185,12 +226,12 @@ bool Session::drain() {
     bigFrame_ = bigFrame_ || body.size() > sizeof(buf_);
     Message m;
     if (status == FrameDecoder::Status::kError || !ornwick::qipc::decodeMessage(body, &m, &err)) {
-      fprintf(stderr, "ornsim: protocol error from client %s: %s\n", name_.c_str(), err.c_str());
+      diag("ornsim: protocol error from client %s: %s\n", name_.c_str(), err.c_str());
       close();
       return false;
     }
     if (!owner_.handle(*this, m)) {
-      fprintf(stderr, "ornsim: unexpected message from client %s\n", name_.c_str());
+      diag("ornsim: unexpected message from client %s\n", name_.c_str());
       close();
       return false;
     }

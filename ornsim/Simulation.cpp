@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "Diagnostics.h"
 #include "Observer.h"
 #include "RequestHandler.h"
 #include "StateFile.h"
@@ -165,9 +166,9 @@ void Simulation::log(const std::string& client, int type, const std::string& pay
     observer_->served(client, type, payload, out, events);
   if (!options_.verbose)
     return;
-  fprintf(stderr, "%s\n",
-          trafficLine(std::chrono::system_clock::now(), client, type, out.info.what, out, events)
-              .c_str());
+  diag("%s\n",
+       trafficLine(std::chrono::system_clock::now(), client, type, out.info.what, out, events)
+           .c_str());
 }
 
 std::string trafficLine(std::chrono::system_clock::time_point at, const std::string& client,
@@ -209,7 +210,7 @@ void Simulation::save() {
   std::string err;
   if (!writeAtomically(options_.stateFile, text, &err)) {
     // Tried again with the next change, or at the stop.
-    fprintf(stderr, "ornsim: %s\n", err.c_str());
+    diag("ornsim: %s\n", err.c_str());
     unsaved_ = true;
     return;
   }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "Diagnostics.h"
 #include "Home.h"
 #include "Options.h"
 #include "Server.h"
@@ -52,6 +53,7 @@ int run(int argc, char** argv) {
   }
 #endif
   asio::io_context io;
+  const ornsim::DiagnosticsOnLoop diagnostics(io);
   ornsim::Server server(io, options, std::move(home));
   const char* named = std::getenv("ORN_QIPC_SOCKET");
   const std::string path = !options.socketPath.empty()          ? options.socketPath

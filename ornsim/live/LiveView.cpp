@@ -10,6 +10,7 @@
 #include <websocketpp/config/asio_no_tls.hpp>
 #include <websocketpp/server.hpp>
 
+#include "Diagnostics.h"
 #include "JsonText.h"
 #include "LiveFeed.h"
 #include "LiveGuard.h"
@@ -96,7 +97,7 @@ struct LiveView::Impl {
     try {
       f();
     } catch (const std::exception& e) {
-      fprintf(stderr, "ornsim: live view: %s: %s\n", what, e.what());
+      diag("ornsim: live view: %s: %s\n", what, e.what());
     }
   }
 
@@ -227,7 +228,7 @@ struct LiveView::Impl {
       std::error_code ec;
       WsServer::connection_ptr con = ws.get_con_from_hdl(it->first, ec);
       if (!ec && con->get_buffered_amount() > kMaxViewerBytes) {
-        fprintf(stderr, "ornsim: live view: a viewer is not reading; cutting it off\n");
+        diag("ornsim: live view: a viewer is not reading; cutting it off\n");
         ws.close(it->first, websocketpp::close::status::policy_violation, "not reading", ec);
         it = viewers.erase(it);
         continue;

@@ -29,8 +29,14 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
   for (int i = 0; i < 20000; ++i)
     (i < 2000 ? burst : flood) += one;
   flood += burst;
-  // A client within the limits holds `holds` with a first request while the
-  // victim is served and closed; then it sends the rest of `big` and is answered.
+  // A registered client within the limits holds `holds` with a first request while
+  // the victim is served and closed; then it sends the rest of `big` and is answered.
+  const std::string hello = frame(R"({"kind":"register","clientName":"h","connectorType":1})");
+  // A log line longer than ornsim's first formatting buffer is written whole.
+  const std::string longName(600, 'n');
+  const std::string longLine = "unexpected message from client " + longName + "\n";
+  const std::string reply =
+      frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})");
   // `greeted`: whether the victim gets event 20 before it is closed.
   // clang-format off
   const struct {
@@ -41,8 +47,9 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
       {{}, "", frame("hello"), true, "bad message JSON: Invalid value. at offset 0"},
       {{}, "", frame("[1,2,3]"), true, "message is not a JSON object"},
       {{}, "", frame(R"({"kind":"shout"})"), true, "unknown message kind \"shout\""},
-      {{}, "", frame(R"({"kind":"response","requestId":"1","responseCode":1,"responseData":""})"),
-       true, "unexpected message from client"},
+      {{}, "", reply, true, "unexpected message from client"},
+      {{}, "", frame(R"({"kind":"register","clientName":")" + longName + R"(","connectorType":1})") + reply,
+       true, longLine.c_str()},
       {{}, "", frame(std::string(400000, '[')), true, "deeper than 256 levels. at offset 257"},
       {{}, "", ask(std::string(ornwick::qipc::kMaxFrameSize - 100, 'i')), true, "fits in a frame; closing"},
       {{}, "", flood, true, "is not reading; cutting it off"},
@@ -50,6 +57,9 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
       {{"--frame-budget", "15000"}, part, part, true, "would pass the frame budget"},
       {{"--frame-timeout-ms", "100"}, "", part, true, "stalled in the middle of a frame"},
       {{"--frame-budget", "65536"}, "", burst, true, "unsent frames would pass the frame budget"},
+      {{"--register-timeout-ms", "1000"}, "", "", true, "did not register within 1000 ms"},
+      {{"--fault", "path:/v2/endpoints,delay:600000", "--frame-budget", "65536"}, "", burst, true,
+       "delayed frames would pass the frame budget"},
   };
   // clang-format on
   for (const auto& c : kCases) {
@@ -57,7 +67,7 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
     ASSERT_TRUE(sim.ok()) << sim.error();
     int holder = rawConnect(sim.socketPath());
     // One write, so ornsim holds the part by the time it answers the request.
-    ASSERT_TRUE(holder >= 0 && sendAll(holder, ask("first") + c.holds) &&
+    ASSERT_TRUE(holder >= 0 && sendAll(holder, hello + ask("first") + c.holds) &&
                 answered(holder, "first"));
     int victim = rawConnect(sim.socketPath());
     ASSERT_GE(victim, 0) << c.logged;
@@ -72,6 +82,61 @@ TEST(Ornsim, CutsOffWhatItCannotServeButKeepsServingOthers) {
     EXPECT_NE(orntest::fileText(sim.dir().file("ornsim.stderr")).find(c.logged), std::string::npos)
         << c.logged;
   }
+}
+
+// At the connection limit the oldest unregistered or stalled connection makes room, so idle
+// peers cannot keep clients out; a registered client that reads keeps its place.
+TEST(Ornsim, IdlePeersMakeRoomAtTheConnectionLimit) {
+  // No deadline closes a peer here: only the limit does.
+  orntest::Ornsim sim({"--max-connections", "3", "--frame-timeout-ms", "600000",
+                       "--register-timeout-ms", "600000"});
+  ASSERT_TRUE(sim.ok()) << sim.error();
+  const std::string hello = frame(R"({"kind":"register","clientName":"r","connectorType":1})");
+  const int reader = rawConnect(sim.socketPath());
+  const int idle = rawConnect(sim.socketPath());
+  const int stalled = rawConnect(sim.socketPath());
+  ASSERT_TRUE(reader >= 0 && idle >= 0 && stalled >= 0);
+  ASSERT_TRUE(sendAll(reader, hello + ask("1")) && answered(reader, "1"));
+  ASSERT_TRUE(sendAll(stalled, hello + ask("2") + ask("3").substr(0, 5)) && answered(stalled, "2"));
+  // orncli takes the place of the oldest peer that does not serve: idle, then stalled (older
+  // than `late`, which took idle's place).
+  EXPECT_EQ(orntest::runOrncli(sim.socketPath(), {"devices"}).exitCode, 0);
+  EXPECT_TRUE(readsUntilClosed(idle));
+  const int late = rawConnect(sim.socketPath());
+  ASSERT_GE(late, 0);
+  EXPECT_EQ(orntest::runOrncli(sim.socketPath(), {"devices"}).exitCode, 0);
+  EXPECT_TRUE(readsUntilClosed(stalled));
+  for (int fd : {reader, late})
+    EXPECT_TRUE(sendAll(fd, hello + ask("4")) && answered(fd, "4"));
+  for (int fd : {reader, idle, stalled, late})
+    close(fd);
+  EXPECT_NE(orntest::fileText(sim.dir().file("ornsim.stderr"))
+                .find("closing the oldest connection that is unregistered or stalled"),
+            std::string::npos);
+}
+
+// With stderr a pipe nobody reads, the traffic log and protocol-error lines never stop ornsim
+// serving: what does not fit is dropped, and the count is said once stderr is read again.
+TEST(Ornsim, ServesWhileNobodyReadsItsStderr) {
+  orntest::TempDir dir;
+  const std::string path = dir.file("s.sock");
+  orntest::LiveProcess sim(orntest::ornsimPath(), {"--socket", path, "-v"});
+  ASSERT_TRUE(sim.waitForOut("ready"));
+  const int fd = rawConnect(path);
+  ASSERT_GE(fd, 0);
+  // Each request logs a line of about 100 bytes: far more than a pipe and ornsim's buffer hold.
+  for (int i = 0; i < 3000; ++i) {
+    ASSERT_TRUE(sendAll(fd, ask(std::to_string(i))) && answered(fd, std::to_string(i))) << i;
+    if (i % 10 == 0) {
+      const int bad = rawConnect(path);
+      ASSERT_TRUE(bad >= 0 && sendAll(bad, frame("hello")) && readsUntilClosed(bad)) << i;
+      close(bad);
+    }
+  }
+  close(fd);
+  EXPECT_TRUE(sim.waitForErr("lines of diagnostics dropped: stderr could not take them"));
+  ASSERT_EQ(kill(sim.pid(), SIGTERM), 0);
+  EXPECT_EQ(sim.finish().exitCode, 0);
 }
 
 // A request's answer follows the events it caused and comes before the next request's.
@@ -163,8 +228,8 @@ TEST(Ornsim, StopsCleanlyOnSignalsAndRemovesItsSocket) {
 TEST(Ornsim, HomeFileTooBigForOneFrame) {
   orntest::TempDir dir;
   const std::string home = dir.file("home.json");
-  std::ofstream(home) << R"({"devices":[{"id":"big","friendlyName":")" << std::string(1100000, 'n')
-                      << R"("}]})";
+  std::ofstream(home) << R"({"devices":[{"id":"big","friendlyName":")"
+                      << std::string(ornwick::qipc::kMaxFrameSize + 50000, 'n') << R"("}]})";
   orntest::Ornsim sim({"--home", home});
   ASSERT_TRUE(sim.ok()) << sim.error();
   auto c = connectTo(sim.socketPath(), "tester");

@@ -6,6 +6,7 @@
 #include <rapidjson/document.h>
 
 #include "BoundedParse.h"
+#include "JsonFields.h"
 #include "ORNCLIInternal.h"
 #include "QfiPath.h"
 #include "RequestPayload.h"
@@ -21,23 +22,13 @@ namespace {
 // rather than node by node.
 using JsonValue = rapidjson::Value;
 
-// The member's value when present, else nullptr.
-const JsonValue* findMember(const JsonValue& object, const char* key) {
-  auto it = object.FindMember(key);
-  return it == object.MemberEnd() ? nullptr : &it->value;
-}
-
-void copyString(const JsonValue& object, const char* key, std::string* out) {
-  const JsonValue* value = findMember(object, key);
-  if (value != nullptr && value->IsString()) {
-    out->assign(value->GetString(), value->GetStringLength());
-  }
-}
+using zedLocalUtil::jsonUtil::findMember;
+using zedLocalUtil::jsonUtil::getString;
 
 CachedDevice parseDevice(const JsonValue& element) {
   CachedDevice device;
-  copyString(element, "id", &device.entityId);
-  copyString(element, "externallyReportedId", &device.endpointId);
+  getString(element, "id", &device.entityId);
+  getString(element, "externallyReportedId", &device.endpointId);
   const JsonValue* capabilities = findMember(element, "capabilities");
   if (capabilities == nullptr || !capabilities->IsObject()) {
     return device;
