@@ -10,7 +10,6 @@
 #include <websocketpp/config/asio_no_tls.hpp>
 #include <websocketpp/server.hpp>
 
-#include "Diagnostics.h"
 #include "JsonText.h"
 #include "LiveFeed.h"
 #include "LiveGuard.h"
@@ -97,7 +96,7 @@ struct LiveView::Impl {
     try {
       f();
     } catch (const std::exception& e) {
-      diag("ornsim: live view: %s: %s\n", what, e.what());
+      fprintf(stderr, "ornsim: live view: %s: %s\n", what, e.what());
     }
   }
 
@@ -228,7 +227,7 @@ struct LiveView::Impl {
       std::error_code ec;
       WsServer::connection_ptr con = ws.get_con_from_hdl(it->first, ec);
       if (!ec && con->get_buffered_amount() > kMaxViewerBytes) {
-        diag("ornsim: live view: a viewer is not reading; cutting it off\n");
+        fprintf(stderr, "ornsim: live view: a viewer is not reading; cutting it off\n");
         ws.close(it->first, websocketpp::close::status::policy_violation, "not reading", ec);
         it = viewers.erase(it);
         continue;
