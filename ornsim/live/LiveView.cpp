@@ -5,11 +5,11 @@
 
 #include <rapidjson/document.h>
 
-#include <cstdio>
 #include <map>
 #include <websocketpp/config/asio_no_tls.hpp>
 #include <websocketpp/server.hpp>
 
+#include "Diagnostics.h"
 #include "JsonText.h"
 #include "LiveFeed.h"
 #include "LiveGuard.h"
@@ -96,11 +96,12 @@ struct LiveView::Impl {
     try {
       f();
     } catch (const std::exception& e) {
-      fprintf(stderr, "ornsim: live view: %s: %s\n", what, e.what());
+      diag("ornsim: live view: %s: %s\n", what, e.what());
     }
   }
 
-  LiveGuard::Request request(WsServer::connection_ptr con, bool changing, std::string* path) {
+  LiveGuard::Request request(const WsServer::connection_ptr& con, bool changing,
+                             std::string* path) {
     const std::string resource = con->get_resource();
     const size_t q = resource.find('?');
     *path = resource.substr(0, q);
@@ -109,8 +110,8 @@ struct LiveView::Impl {
             q == std::string::npos ? "" : queryToken(resource.substr(q + 1)), changing};
   }
 
-  static void answer(WsServer::connection_ptr con, status::value code, const std::string& type,
-                     const std::string& body) {
+  static void answer(const WsServer::connection_ptr& con, status::value code,
+                     const std::string& type, const std::string& body) {
     con->set_status(code);
     con->replace_header("Content-Type", type);
     con->replace_header("Cache-Control", "no-store");
@@ -120,7 +121,7 @@ struct LiveView::Impl {
     con->set_body(body);
   }
 
-  void onHttp(Hdl hdl) {
+  void onHttp(const Hdl& hdl) {
     std::error_code ec;
     WsServer::connection_ptr con = ws.get_con_from_hdl(hdl, ec);
     if (ec)
@@ -157,7 +158,7 @@ struct LiveView::Impl {
 
   // Serves the control as a request of kClientName: recorded, logged and
   // published like one that came on the socket.
-  void control(WsServer::connection_ptr con) {
+  void control(const WsServer::connection_ptr& con) {
     const std::string payload = controlPayload(con->get_request_body());
     if (payload.empty()) {
       answer(con, status::bad_request, "text/plain",
@@ -175,7 +176,7 @@ struct LiveView::Impl {
                ",\"data\":" + (out.data.empty() ? "null" : out.data) + "}");
   }
 
-  bool onValidate(Hdl hdl) {
+  bool onValidate(const Hdl& hdl) {
     std::error_code ec;
     WsServer::connection_ptr con = ws.get_con_from_hdl(hdl, ec);
     if (ec)
@@ -196,13 +197,13 @@ struct LiveView::Impl {
     return true;
   }
 
-  void onOpen(Hdl hdl) {
+  void onOpen(const Hdl& hdl) {
     LiveFeed::Cursor& cursor = viewers[hdl];
     feed.refresh();
     send(hdl, &cursor);
   }
 
-  void send(Hdl hdl, LiveFeed::Cursor* cursor) {
+  void send(const Hdl& hdl, LiveFeed::Cursor* cursor) {
     const std::string update = feed.update(cursor);
     std::error_code ec;
     if (!update.empty())
@@ -227,7 +228,7 @@ struct LiveView::Impl {
       std::error_code ec;
       WsServer::connection_ptr con = ws.get_con_from_hdl(it->first, ec);
       if (!ec && con->get_buffered_amount() > kMaxViewerBytes) {
-        fprintf(stderr, "ornsim: live view: a viewer is not reading; cutting it off\n");
+        diag("ornsim: live view: a viewer is not reading; cutting it off\n");
         ws.close(it->first, websocketpp::close::status::policy_violation, "not reading", ec);
         it = viewers.erase(it);
         continue;
@@ -253,24 +254,25 @@ LiveView::LiveView(asio::io_context& io, Server& server)
     : impl_(std::make_unique<Impl>(io, server)) {}
 
 LiveView::~LiveView() {
-  stop();
+  // Closing the viewers may throw from inside websocketpp; it is the end anyway.
+  impl_->guarded("stop", [this] { stop(); });
 }
 
-bool LiveView::start(const std::string& given, int port, std::string* err) {
+bool LiveView::start(const std::string& address, int port, std::string* err) {
   Impl& d = *impl_;
   // The one name taken: it needs no resolver and cannot be rebound.
-  const std::string address = given == "localhost" ? "127.0.0.1" : given;
+  const std::string host = address == "localhost" ? "127.0.0.1" : address;
   d.ws.clear_access_channels(websocketpp::log::alevel::all);
   d.ws.clear_error_channels(websocketpp::log::elevel::all);
   std::error_code ec;
   d.ws.init_asio(&d.io, ec);
-  const asio::ip::address ip = asio::ip::make_address(address, ec);
+  const asio::ip::address ip = asio::ip::make_address(host, ec);
   if (ec) {
-    *err = "--http: " + address + " is not an IP address";
+    *err = "--http: " + host + " is not an IP address";
     return false;
   }
   // After the accept: the socket does not exist before.
-  d.ws.set_tcp_post_init_handler([&d](Hdl h) {
+  d.ws.set_tcp_post_init_handler([&d](const Hdl& h) {
     std::error_code bad;
     WsServer::connection_ptr con = d.ws.get_con_from_hdl(h, bad);
     asio::error_code ignored;
@@ -280,17 +282,17 @@ bool LiveView::start(const std::string& given, int port, std::string* err) {
   });
   d.ws.set_max_http_body_size(kMaxBodyBytes);
   d.ws.set_max_message_size(kMaxBodyBytes);
-  d.ws.set_http_handler([&d](Hdl h) { d.guarded("request", [&] { d.onHttp(h); }); });
-  d.ws.set_validate_handler([&d](Hdl h) {
+  d.ws.set_http_handler([&d](const Hdl& h) { d.guarded("request", [&] { d.onHttp(h); }); });
+  d.ws.set_validate_handler([&d](const Hdl& h) {
     bool ok = false;
     d.guarded("upgrade", [&] { ok = d.onValidate(h); });
     return ok;
   });
-  d.ws.set_open_handler([&d](Hdl h) { d.guarded("open", [&] { d.onOpen(h); }); });
-  d.ws.set_close_handler([&d](Hdl h) { d.viewers.erase(h); });
-  d.ws.set_fail_handler([&d](Hdl h) { d.viewers.erase(h); });
+  d.ws.set_open_handler([&d](const Hdl& h) { d.guarded("open", [&] { d.onOpen(h); }); });
+  d.ws.set_close_handler([&d](const Hdl& h) { d.viewers.erase(h); });
+  d.ws.set_fail_handler([&d](const Hdl& h) { d.viewers.erase(h); });
   // The page only listens; a viewer that talks is not the page.
-  d.ws.set_message_handler([&d](Hdl h, WsServer::message_ptr) {
+  d.ws.set_message_handler([&d](const Hdl& h, const WsServer::message_ptr&) {
     std::error_code ignored;
     d.ws.close(h, websocketpp::close::status::policy_violation, "", ignored);
   });
@@ -298,12 +300,12 @@ bool LiveView::start(const std::string& given, int port, std::string* err) {
   if (!ec)
     d.ws.start_accept(ec);
   if (ec) {
-    *err = "--http: listen " + address + ":" + std::to_string(port) + ": " + ec.message();
+    *err = "--http: listen " + host + ":" + std::to_string(port) + ": " + ec.message();
     return false;
   }
   asio::error_code aec;
   const int bound = d.ws.get_local_endpoint(aec).port();
-  d.guard = std::make_unique<LiveGuard>(address, bound, newLiveToken());
+  d.guard = std::make_unique<LiveGuard>(host, bound, newLiveToken());
   d.server.setObserver(&d.feed);
   return true;
 }
