@@ -157,13 +157,11 @@ Reply injectEvent(Control& control, const Value* body) {
   return {200, "{\"sent\":" + std::to_string(sent) + "}"};
 }
 
-Reply listGroups(const Home& home) {
-  rapidjson::StringBuffer buf;
-  JsonWriter w(buf);
-  w.StartObject();
-  w.Key("groups");
+}  // namespace
+
+void writeGroups(JsonWriter& w, const std::vector<Group>& groups) {
   w.StartArray();
-  for (const auto& g : home.groups) {
+  for (const auto& g : groups) {
     w.StartObject();
     writeMember(w, "id", g.id);
     w.Key("members");
@@ -174,6 +172,16 @@ Reply listGroups(const Home& home) {
     w.EndObject();
   }
   w.EndArray();
+}
+
+namespace {
+
+Reply listGroups(const Home& home) {
+  rapidjson::StringBuffer buf;
+  JsonWriter w(buf);
+  w.StartObject();
+  w.Key("groups");
+  writeGroups(w, home.groups);
   w.EndObject();
   return {200, buf.GetString()};
 }

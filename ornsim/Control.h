@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "Faults.h"
+#include "Home.h"
+#include "JsonText.h"
 #include "Subscriptions.h"
 
 namespace ornsim {
@@ -27,6 +29,9 @@ struct Control {
   long requests = 0;          // received so far, the current one included
   EventSender sendEvent;      // unset: events reach nobody
 };
+
+// Writes the groups as /sim/groups lists them: [{"id":..,"members":[..]},..].
+void writeGroups(JsonWriter& w, const std::vector<Group>& groups);
 
 // Adds a fault after those set, unless GET /sim/faults could then not list
 // them all in one answer: false then, and nothing is added.

@@ -56,6 +56,8 @@ int clampInt(double v, int lo, int hi) {
   return static_cast<int>(std::lround(std::min<double>(hi, std::max<double>(lo, v))));
 }
 
+}  // namespace
+
 void writeColor(JsonWriter& w, const Color& c) {
   w.StartObject();
   w.Key("hue");
@@ -66,6 +68,8 @@ void writeColor(JsonWriter& w, const Color& c) {
   w.Double(c.brightness);
   w.EndObject();
 }
+
+namespace {
 
 // The feature's single property as name and JSON value.
 void writeProperty(JsonWriter& w, const Device& d, const std::string& feature) {

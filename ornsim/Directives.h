@@ -57,6 +57,9 @@ std::vector<StateChange> applyOp(Device& device, Op op, const OpArgs& args);
 // false when the device has no such feature (nothing written then).
 bool writeFeature(JsonWriter& w, const Device& device, const std::string& feature);
 
+// Writes {"hue":..,"saturation":..,"brightness":..}.
+void writeColor(JsonWriter& w, const Color& color);
+
 // The features a device reports: connectivity plus one per interface it offers.
 std::vector<std::string> featuresOf(const Device& device);
 

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "BoundedParse.h"
+#include "Directives.h"
 #include "RequestHandlerInternal.h"
 #include "RequestInfo.h"
 
@@ -122,14 +123,7 @@ void writeDeviceState(JsonWriter& w, const Device& d) {
   w.Key("brightness");
   w.Int(d.state.brightness);
   w.Key("color");
-  w.StartObject();
-  w.Key("hue");
-  w.Double(d.state.color.hue);
-  w.Key("saturation");
-  w.Double(d.state.color.saturation);
-  w.Key("brightness");
-  w.Double(d.state.color.brightness);
-  w.EndObject();
+  writeColor(w, d.state.color);
   // Devices without colour temperature hold 0, which a home file may not say.
   if (d.state.colorTemperatureInKelvin != 0) {
     w.Key("colorTemperatureInKelvin");

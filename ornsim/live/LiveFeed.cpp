@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "Control.h"
+#include "Directives.h"
 #include "JsonText.h"
 #include "RequestInfo.h"
 
@@ -27,14 +29,7 @@ void writeDevice(JsonWriter& w, const Device& d) {
   w.Key("brightness");
   w.Int(d.state.brightness);
   w.Key("color");
-  w.StartObject();
-  w.Key("hue");
-  w.Double(d.state.color.hue);
-  w.Key("saturation");
-  w.Double(d.state.color.saturation);
-  w.Key("brightness");
-  w.Double(d.state.color.brightness);
-  w.EndObject();
+  writeColor(w, d.state.color);
   w.Key("colorTemperatureInKelvin");
   w.Int(d.state.colorTemperatureInKelvin);
   w.EndObject();
@@ -180,18 +175,7 @@ std::string LiveFeed::stateJson() const {
     writeDevice(w, d);
   w.EndArray();
   w.Key("groups");
-  w.StartArray();
-  for (const auto& g : source_.home.groups) {
-    w.StartObject();
-    writeMember(w, "id", g.id);
-    w.Key("members");
-    w.StartArray();
-    for (const auto& m : g.members)
-      writeString(w, m);
-    w.EndArray();
-    w.EndObject();
-  }
-  w.EndArray();
+  writeGroups(w, source_.home.groups);
   w.Key("clients");
   writeClientList(w, source_.clients(), source_.subscriptions);
   w.Key("faults");
